@@ -1,0 +1,34 @@
+# One object library per layer. A layer's sources are the .cpp files of its folder; what it may include is the
+# include table of tests/layers, which a test checks.
+add_library(tovan_warnings INTERFACE)
+target_compile_options(tovan_warnings INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
+if(TOVAN_SANITIZERS)
+  add_compile_options(-fsanitize=${TOVAN_SANITIZERS} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${TOVAN_SANITIZERS})
+endif()
+
+function(tovan_add_layer name folder)
+  file(GLOB sources CONFIGURE_DEPENDS "${CMAKE_SOURCE_DIR}/${folder}/*.cpp" "${CMAKE_SOURCE_DIR}/${folder}/*.h")
+  add_library(${name} OBJECT ${sources})
+  target_link_libraries(${name} PRIVATE tovan_warnings PUBLIC ${ARGN})
+  target_include_directories(${name} PUBLIC "${CMAKE_SOURCE_DIR}")
+endfunction()
+
+# The headers of the platform's own interface, and the library's exported ones.
+add_library(tovan_platform_headers INTERFACE)
+target_include_directories(tovan_platform_headers INTERFACE
+  "${CMAKE_SOURCE_DIR}/platform/corefoundation/include")
+add_library(tovan_headers INTERFACE)
+target_include_directories(tovan_headers INTERFACE "${CMAKE_SOURCE_DIR}/include")
+target_link_libraries(tovan_headers INTERFACE tovan_platform_headers)
+
+tovan_add_layer(tovan_corefoundation platform/corefoundation
+  tovan_platform_headers PkgConfig::PLIST PkgConfig::URIPARSER PkgConfig::UUID Threads::Threads)
+tovan_add_layer(tovan_system platform/system tovan_platform_headers Threads::Threads)
+tovan_add_layer(tovan_foundation foundation tovan_headers PkgConfig::EXPAT)
+tovan_add_layer(tovan_plist plist tovan_headers)
+tovan_add_layer(tovan_launch launch tovan_headers)
+tovan_add_layer(tovan_control control tovan_headers)
+target_compile_definitions(tovan_foundation PRIVATE
+  TOVAN_FRAMEWORKS_INSTALL_PATH="${CMAKE_INSTALL_PREFIX}/${TOVAN_FRAMEWORKS_DIR}/")

@@ -1,0 +1,130 @@
+// CFUtil::CFDataWriteToURL.
+#include <tovan/cf_util.h>
+
+#include "platform/system/descriptor.h"
+#include "platform/system/locked_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <cstddef>
+#include <cstdio>
+#include <string>
+
+namespace tovan {
+namespace {
+
+using platform::Descriptor;
+
+constexpr mode_t kNewFileMode = 0666;  // less the process's file-creation mask
+constexpr mode_t kPermissions = 07777;
+
+bool writeAll(const Descriptor& file, const UInt8* bytes, std::size_t count) {
+  while (count > 0) {
+    const ssize_t written = write(file.get(), bytes, count);
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return false;
+    bytes += written;
+    count -= static_cast<std::size_t>(written);
+  }
+  return true;
+}
+
+// With the room reserved first, so that a full disk or a file-size limit leaves the old content.
+bool replaceContent(const Descriptor& file, CFDataRef data) {
+  const CFIndex length = CFDataGetLength(data);
+  struct stat facts {};
+  if (fstat(file.get(), &facts) != 0) return false;
+  const bool isRegular = S_ISREG(facts.st_mode);
+  if (isRegular && !platform::reserveSpace(file.get(), length)) return false;
+  if (!writeAll(file, CFDataGetBytePtr(data), static_cast<std::size_t>(length))) return false;
+  return !isRegular || ftruncate(file.get(), length) == 0;
+}
+
+bool writeInPlace(const std::string& path, CFDataRef data) {
+  // Without O_NONBLOCK a FIFO that nobody reads would hold the caller for ever.
+  const int flags = O_WRONLY | O_NONBLOCK | O_NOCTTY;
+  Descriptor file = Descriptor::open(path.c_str(), flags | O_CREAT | O_EXCL, kNewFileMode);
+  const bool isNew = static_cast<bool>(file);
+  if (!isNew && errno == EEXIST) file = Descriptor::open(path.c_str(), flags);
+  if (!file) return false;
+  if (replaceContent(file, data)) return true;
+  if (isNew) unlink(path.c_str());
+  return false;
+}
+
+// A file that is being written beside the one it will replace; it goes unless it does.
+class Replacement {
+ public:
+  explicit Replacement(const std::string& folder) {
+    static constinit std::atomic<unsigned> count{0};
+    do {
+      path_ = folder + ".tovan-" + std::to_string(getpid()) + "-" + std::to_string(count++) + ".tmp";
+      file_ = Descriptor::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL, kNewFileMode);
+    } while (!file_ && errno == EEXIST);
+  }
+  ~Replacement() {
+    if (file_) unlink(path_.c_str());
+  }
+  Replacement(const Replacement&) = delete;
+  Replacement& operator=(const Replacement&) = delete;
+
+  const Descriptor& file() const { return file_; }
+  bool takePlaceOf(const std::string& path) {
+    if (std::rename(path_.c_str(), path.c_str()) != 0) return false;
+    file_.reset();
+    return true;
+  }
+
+ private:
+  std::string path_;
+  Descriptor file_;
+};
+
+// The path behind any symbolic links at its end; the last of them, when it leads nowhere, is the file to be made.
+std::string withoutLinks(std::string path) {
+  constexpr int kMostLinks = 40;
+  for (int link = 0; link < kMostLinks; ++link) {
+    char target[PATH_MAX];
+    const ssize_t length = readlink(path.c_str(), target, sizeof target);
+    if (length <= 0 || static_cast<std::size_t>(length) == sizeof target) break;
+    // A relative target begins at the link's folder.
+    path.resize(target[0] == '/' ? 0 : path.rfind('/') + 1);
+    path.append(target, static_cast<std::size_t>(length));
+  }
+  return path;
+}
+
+bool writeAtomically(const std::string& path, CFDataRef data) {
+  const std::string target = withoutLinks(path);
+  struct stat facts {};
+  const bool isThere = stat(target.c_str(), &facts) == 0;
+  if (!isThere && errno != ENOENT) return false;
+  // A folder, device or FIFO would stop being what it is.
+  if (isThere && !S_ISREG(facts.st_mode)) return false;
+  Replacement replacement(target.substr(0, target.rfind('/') + 1));
+  const Descriptor& file = replacement.file();
+  return file && replaceContent(file, data) && (!isThere || fchmod(file.get(), facts.st_mode & kPermissions) == 0) &&
+         fsync(file.get()) == 0 && replacement.takePlaceOf(target);
+}
+
+// Empty when the URL has none.
+std::string pathOf(CFURLRef url) {
+  UInt8 path[PATH_MAX];
+  if (url == nullptr || !CFURLGetFileSystemRepresentation(url, true, path, sizeof path)) return {};
+  return reinterpret_cast<const char*>(path);
+}
+
+}  // namespace
+
+bool CFUtil::CFDataWriteToURL(CFDataRef data, CFURLRef url, bool atomically) {
+  const std::string path = pathOf(url);
+  if (data == nullptr || path.empty()) return false;
+  return atomically ? writeAtomically(path, data) : writeInPlace(path, data);
+}
+
+}  // namespace tovan

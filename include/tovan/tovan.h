@@ -1,0 +1,25 @@
+// tovan.h: the whole exported interface of the library.
+//
+// Where to start: service_installation.h for services, tovan_config_file.h and service_cache_file.h for what is
+// configured and installed, framework_location.h for where things lie.
+#pragma once
+
+#include <tovan/args_builder.h>
+#include <tovan/cf_util.h>
+#include <tovan/cluster_prefs.h>
+#include <tovan/constants.h>
+#include <tovan/file_util.h>
+#include <tovan/framework_location.h>
+#include <tovan/launchctl_plist.h>
+#include <tovan/plist_updater.h>
+#include <tovan/property_list_basic_file.h>
+#include <tovan/property_list_file.h>
+#include <tovan/service_cache_file.h>
+#include <tovan/service_config_file.h>
+#include <tovan/service_installation.h>
+#include <tovan/service_pid_file.h>
+#include <tovan/service_util.h>
+#include <tovan/setting_table.h>
+#include <tovan/time_stamp.h>
+#include <tovan/tovan_config_file.h>
+#include <tovan/version.h>

@@ -1,0 +1,16 @@
+// processors.h: how many processors this host has.
+#pragma once
+
+#include "platform/system/export.h"
+
+namespace platform {
+
+// The processors that are on line, at least 1. This is the host's number, not this process's share: an affinity mask
+// or a control group's quota does not lower it, so that all processes of the cluster, however they were started, count
+// the same.
+PLATFORM_EXPORT int processorCount() noexcept;
+
+// For tests: makes processorCount answer `count`; 0 makes it ask the system again.
+PLATFORM_EXPORT void setProcessorCountForTesting(int count) noexcept;
+
+}  // namespace platform

@@ -1,0 +1,11 @@
+// failing_system_call.h: failures that a healthy system does not give on request.
+#pragma once
+
+namespace test {
+
+// From now on getrlimit, or setrlimit, of this process and its children fails with the error. There is no way back:
+// call it in a forked child. False when the kernel refuses the filter.
+bool makeGetrlimitFail(int error);
+bool makeSetrlimitFail(int error);
+
+}  // namespace test

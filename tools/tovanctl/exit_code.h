@@ -1,0 +1,27 @@
+// exit_code.h: what tovanctl's exit status says. The numbers are part of its interface; docs/tovanctl.md lists them.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace tovanctl {
+
+enum ExitCode : int {
+  kSuccess = 0,
+  kFailed = 1,        // the library reported a failure: a file, a lock, a value in a file
+  kUsage = 2,         // the command line is wrong, or a value has the wrong type
+  kUnknownName = 3,   // no such service, setting or instance
+  kBadBundle = 4,     // the bundle cannot be installed as a service
+};
+
+// Ends a command with a message on standard error.
+class CommandError : public std::runtime_error {
+ public:
+  CommandError(ExitCode code, const std::string& message) : std::runtime_error(message), code_(code) {}
+  ExitCode code() const noexcept { return code_; }
+
+ private:
+  ExitCode code_;
+};
+
+}  // namespace tovanctl

@@ -1,0 +1,57 @@
+// tovanctl: reads and changes what the library keeps, from a shell. docs/tovanctl.md describes it.
+#include <plinth/exception.h>
+#include <tovan/version.h>
+
+#include <exception>
+#include <string>
+
+#include "tools/tovanctl/commands.h"
+#include "tools/tovanctl/exit_code.h"
+#include "tools/tovanctl/output.h"
+
+namespace tovanctl {
+namespace {
+
+// "@(#)PROGRAM:TovanCore  PROJECT:TovanCore-303\n" without its mark and its newline.
+std::string versionLine() {
+  std::string version = TovanCoreVersionString;
+  version.erase(0, version.find(')') + 1);
+  version.erase(version.find('\n'));
+  return version;
+}
+
+int run(int argc, char** argv) {
+  CLI::App app("Reads and changes what the TovanCore library keeps", "tovanctl");
+  app.require_subcommand(1);
+  app.set_version_flag("--version", versionLine());
+  app.footer("Exit codes: 0 done, 1 the library reported a failure, 2 wrong command line or value,\n"
+             "3 no such service, setting or instance, 4 the bundle cannot be installed.");
+  addServiceCommands(app);
+  addConfigCommands(app);
+  addJobCommands(app);
+  try {
+    app.parse(argc, argv);
+    finishOutput();
+    return kSuccess;
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? kSuccess : kUsage;
+  } catch (const CommandError& error) {
+    message(error.what());
+    return error.code();
+  } catch (const plinth::CException& error) {
+    message(error.what());
+    return kFailed;
+  }
+}
+
+}  // namespace
+}  // namespace tovanctl
+
+int main(int argc, char** argv) {
+  try {
+    return tovanctl::run(argc, argv);
+  } catch (const std::exception& error) {
+    tovanctl::message(error.what());
+    return tovanctl::kFailed;
+  }
+}

@@ -1,0 +1,114 @@
+#include "tools/tovanctl/values.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "tools/tovanctl/exit_code.h"
+
+namespace tovanctl {
+namespace {
+
+std::string base64(const UInt8* bytes, std::size_t length) {
+  static constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string out;
+  for (std::size_t at = 0; at < length; at += 3) {
+    std::uint32_t group = 0;
+    for (std::size_t offset = 0; offset < 3; ++offset) {
+      group = group << 8U | (at + offset < length ? bytes[at + offset] : 0U);
+    }
+    for (std::size_t digit = 0; digit < 4; ++digit) {
+      out += at + digit > length ? '=' : kAlphabet[group >> (18U - 6U * digit) & 63U];
+    }
+  }
+  return out;
+}
+
+Json jsonOfNumber(CFNumberRef number) {
+  if (CFNumberIsFloatType(number)) {
+    double real = 0;
+    CFNumberGetValue(number, kCFNumberDoubleType, &real);
+    return real;
+  }
+  std::int64_t integer = 0;
+  CFNumberGetValue(number, kCFNumberSInt64Type, &integer);
+  return integer;
+}
+
+Json jsonOfDate(CFDateRef date) {
+  const CFGregorianDate day = CFAbsoluteTimeGetGregorianDate(CFDateGetAbsoluteTime(date), nullptr);
+  const plinth::CSharedCFRef<CFStringRef> line(
+      CFStringCreateWithFormat(nullptr, nullptr, CFSTR("%04d-%02d-%02dT%02d:%02d:%02dZ"), static_cast<int>(day.year),
+                               static_cast<int>(day.month), static_cast<int>(day.day), static_cast<int>(day.hour),
+                               static_cast<int>(day.minute), static_cast<int>(day.second)));
+  return Json{{"date", text(line.get())}};
+}
+
+Json jsonOfDictionary(CFDictionaryRef dictionary) {
+  const auto count = static_cast<std::size_t>(CFDictionaryGetCount(dictionary));
+  std::vector<const void*> keys(count);
+  std::vector<const void*> values(count);
+  CFDictionaryGetKeysAndValues(dictionary, keys.data(), values.data());
+  Json object = Json::object();
+  for (std::size_t index = 0; index < count; ++index) {
+    object[text(static_cast<CFStringRef>(keys[index]))] = json(values[index]);
+  }
+  return object;
+}
+
+Json jsonOfArray(CFArrayRef array) {
+  Json list = Json::array();
+  for (CFIndex index = 0; index < CFArrayGetCount(array); ++index) {
+    list.push_back(json(CFArrayGetValueAtIndex(array, index)));
+  }
+  return list;
+}
+
+}  // namespace
+
+std::string text(CFStringRef string) {
+  if (string == nullptr) return {};
+  const CFIndex length = CFStringGetLength(string);
+  const CFIndex room = CFStringGetMaximumSizeForEncoding(length, kCFStringEncodingUTF8);
+  std::string out(static_cast<std::size_t>(room), '\0');
+  CFIndex used = 0;
+  CFStringGetBytes(string, CFRangeMake(0, length), kCFStringEncodingUTF8, '?', FALSE,
+                   reinterpret_cast<UInt8*>(out.data()), room, &used);
+  out.resize(static_cast<std::size_t>(used));
+  return out;
+}
+
+plinth::CSharedCFRef<CFStringRef> string(const std::string& utf8) {
+  plinth::CSharedCFRef<CFStringRef> made(CFStringCreateWithBytes(nullptr, reinterpret_cast<const UInt8*>(utf8.data()),
+                                                                 static_cast<CFIndex>(utf8.size()),
+                                                                 kCFStringEncodingUTF8, FALSE));
+  if (!made) throw CommandError(kUsage, "an argument is not valid UTF-8");
+  return made;
+}
+
+Json json(CFTypeRef value) {
+  if (value == nullptr) return nullptr;
+  const CFTypeID kind = CFGetTypeID(value);
+  if (kind == CFStringGetTypeID()) return text(static_cast<CFStringRef>(value));
+  if (kind == CFBooleanGetTypeID()) return CFBooleanGetValue(static_cast<CFBooleanRef>(value)) != 0;
+  if (kind == CFNumberGetTypeID()) return jsonOfNumber(static_cast<CFNumberRef>(value));
+  if (kind == CFDictionaryGetTypeID()) return jsonOfDictionary(static_cast<CFDictionaryRef>(value));
+  if (kind == CFArrayGetTypeID()) return jsonOfArray(static_cast<CFArrayRef>(value));
+  if (kind == CFDateGetTypeID()) return jsonOfDate(static_cast<CFDateRef>(value));
+  if (kind == CFDataGetTypeID()) {
+    const auto data = static_cast<CFDataRef>(value);
+    return Json{{"data", base64(CFDataGetBytePtr(data), static_cast<std::size_t>(CFDataGetLength(data)))}};
+  }
+  const plinth::CSharedCFRef<CFStringRef> description(CFCopyDescription(value));
+  return text(description.get());
+}
+
+std::string cell(CFTypeRef value) {
+  if (value == nullptr) return "-";
+  const CFTypeID kind = CFGetTypeID(value);
+  if (kind == CFStringGetTypeID()) return text(static_cast<CFStringRef>(value));
+  if (kind == CFBooleanGetTypeID()) return CFBooleanGetValue(static_cast<CFBooleanRef>(value)) ? "yes" : "no";
+  return json(value).dump();
+}
+
+}  // namespace tovanctl
