@@ -107,7 +107,8 @@ class Collector : public benchmark::ConsoleReporter {
     for (const Run& run : runs) {
       // With repetitions the median comes behind the single runs and takes their place.
       const bool single = run.run_type == Run::RT_Iteration;
-      const bool wallClock = run.run_name.str().find("/real_time") != std::string::npos;
+      const bool wallClock = run.run_name.str().find("/real_time") != std::string::npos ||
+                             run.run_name.str().find("/manual_time") != std::string::npos;
       if (!run.error_occurred && (single || run.aggregate_name == "median")) {
         times_[run.run_name.str()] = (wallClock ? run.GetAdjustedRealTime() : run.GetAdjustedCPUTime()) /
                                      benchmark::GetTimeUnitMultiplier(run.time_unit);

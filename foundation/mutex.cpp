@@ -1,6 +1,8 @@
 #include <plinth/exception.h>
 #include <plinth/mutex.h>
 
+#include "platform/system/console_log.h"
+
 namespace plinth {
 
 CMutex::CMutex() : CMutex(false) {}
@@ -58,7 +60,13 @@ CAutoMutex::CAutoMutex(const CMutexRef& mutex, Option option) : mutex_(mutex) {
 }
 
 CAutoMutex::~CAutoMutex() {
-  if (locked_) mutex_->unlock();
+  if (!locked_) return;
+  try {
+    mutex_->unlock();
+  } catch (const CException& exception) {
+    // Somebody else has unlocked it; that is no reason to end the host.
+    platform::consoleLog(exception.what());
+  }
 }
 
 void CAutoMutex::lock() {

@@ -86,7 +86,7 @@ std::string CString::str() const {
 CStringRef CString::sprintf(const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  const CStringRef text = vsprintf(format, arguments);
+  CStringRef text = vsprintf(format, arguments);
   va_end(arguments);
   return text;
 }
@@ -94,7 +94,7 @@ CStringRef CString::sprintf(const char* format, ...) {
 CStringRef CString::sprintf(CFStringRef format, ...) {
   va_list arguments;
   va_start(arguments, format);
-  const CStringRef text = vsprintf(format, arguments);
+  CStringRef text = vsprintf(format, arguments);
   va_end(arguments);
   return text;
 }

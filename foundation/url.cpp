@@ -98,7 +98,7 @@ CStringRef CURL::getFileSystemPath(CFURLPathStyle style) const {
 CStringRef CURL::getString(bool escaped) const {
   const CFStringRef text = CFURLGetString(url_.get());
   if (!escaped) {
-    if (const CStringRef decoded = decodeURLText(text)) return decoded;
+    if (CStringRef decoded = decodeURLText(text)) return decoded;
   }
   return CSTR(text);
 }

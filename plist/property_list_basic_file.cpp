@@ -86,8 +86,8 @@ CSharedCFRef<CFDataRef> readWhole(int descriptor) {
   std::unique_ptr<UInt8, FreeBytes> bytes(static_cast<UInt8*>(std::malloc(size + 1)));
   if (bytes == nullptr) return nullptr;
   if (!transferAll(size, [&] { return ::pread(descriptor, bytes.get(), size, 0); })) return nullptr;
-  const CSharedCFRef<CFDataRef> data = CFDataCreateWithBytesNoCopy(
-      kCFAllocatorDefault, bytes.get(), static_cast<CFIndex>(size), kCFAllocatorDefault);
+  const CSharedCFRef<CFDataRef> data =
+      CFDataCreateWithBytesNoCopy(kCFAllocatorDefault, bytes.get(), static_cast<CFIndex>(size), kCFAllocatorDefault);
   if (!data.isNull()) bytes.release();  // the data frees them
   return data;
 }
@@ -184,9 +184,8 @@ void CPropertyListBasicFile::flush() const { writePropertyList(document_.get());
 void CPropertyListBasicFile::writePropertyList(CFDictionaryRef list) const {
   reportingFailures([this, list] {
     if (lastRefreshFailed_) {
-      throw CException(kListFailure,
-                       "CPropertyListBasicFile::%s[%d](%s): not proceeding since the last refresh failed", kWrite,
-                       static_cast<int>(::getpid()), pathText(filePath_.get()).c_str());
+      throw CException(kListFailure, "CPropertyListBasicFile::%s[%d](%s): not proceeding since the last refresh failed",
+                       kWrite, static_cast<int>(::getpid()), pathText(filePath_.get()).c_str());
     }
     CFErrorRef reason = nullptr;
     const CSharedCFRef<CFDataRef> data =

@@ -32,9 +32,8 @@ bool CServiceCacheFile::refresh() {
 }
 
 void CServiceCacheFile::flush() const {
-  flushSection([this](CFMutableDictionaryRef document) {
-    CFUtil::CFDictSet(document, sectionKey(), toPropertyList().get());
-  });
+  flushSection(
+      [this](CFMutableDictionaryRef document) { CFUtil::CFDictSet(document, sectionKey(), toPropertyList().get()); });
 }
 
 void CServiceCacheFile::updateRuntimeServicePaths() {

@@ -116,8 +116,8 @@ bool CServiceConfigFile::refresh() {
 void CServiceConfigFile::flush() const {
   flushSection([this](CFMutableDictionaryRef document) {
     const CFDictionaryRef present = dictionaryIn(document, sectionKey());
-    const CSharedCFRef<CFMutableDictionaryRef> services(
-        present == nullptr ? CFUtil::CFDictMakeMutable() : CFUtil::CFDictMakeMutableCopy(present));
+    const CSharedCFRef<CFMutableDictionaryRef> services(present == nullptr ? CFUtil::CFDictMakeMutable()
+                                                                           : CFUtil::CFDictMakeMutableCopy(present));
     CFUtil::CFDictSet(services.get(), serviceName(), toPropertyList().get());
     CFUtil::CFDictSet(document, sectionKey(), services.get());
   });

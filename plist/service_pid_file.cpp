@@ -125,8 +125,7 @@ CFDictionaryRef CServicePIDFile::getAttributes() const {
 
 void CServicePIDFile::setAttributes(CFDictionaryRef attributes) {
   const CSharedCFRef<CFMutableDictionaryRef> cache(CFUtil::CFDictMakeMutableCopy(attributes));
-  const CSharedCFRef<CFMutableDictionaryRef> document =
-      changeableCopy(CPropertyListBasicFile::toPropertyList().get());
+  const CSharedCFRef<CFMutableDictionaryRef> document = changeableCopy(CPropertyListBasicFile::toPropertyList().get());
   CFUtil::CFDictSet(document.get(), attributesKey(), attributes);
   fromPropertyList(document.get());
   attributes_ = cache;

@@ -24,10 +24,9 @@ enum class SettingLoad : std::uint8_t {
 };
 
 // A member of one object.
-using SettingSlot =
-    std::variant<bool*, std::int32_t*, std::int64_t*, plinth::CSharedCFRef<CFStringRef>*,
-                 plinth::CSharedCFRef<CFArrayRef>*, plinth::CSharedCFRef<CFDictionaryRef>*,
-                 plinth::CSharedCFRef<CFTypeRef>*>;
+using SettingSlot = std::variant<bool*, std::int32_t*, std::int64_t*, plinth::CSharedCFRef<CFStringRef>*,
+                                 plinth::CSharedCFRef<CFArrayRef>*, plinth::CSharedCFRef<CFDictionaryRef>*,
+                                 plinth::CSharedCFRef<CFTypeRef>*>;
 
 // A row without its member.
 struct SettingRule {
@@ -93,7 +92,8 @@ auto findRow(const Rows& rows, CFStringRef key) {
 template <class Rows, class Owner>
 void writeSettings(const Rows& rows, const Owner& owner, CFMutableDictionaryRef dictionary) {
   for (const auto& row : rows) {
-    const auto condition = findRow(rows, row.rule.setting.condition);
+    const CFStringRef key = row.rule.setting.condition;
+    const auto condition = key == nullptr ? rows.end() : findRow(rows, key);
     const bool holds = condition != rows.end() && *std::get<bool*>(condition->slotOf(owner));
     writeSetting(row.rule, row.slotOf(owner), holds, dictionary);
   }

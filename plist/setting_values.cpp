@@ -74,7 +74,8 @@ bool isObjectOfSetting(const SettingDescription& setting, CFTypeRef value) {
 }
 
 bool isUnsetOrEmpty(CFTypeRef value) {
-  return value == nullptr || (isKind(value, CFStringGetTypeID()) && CFStringGetLength(static_cast<CFStringRef>(value)) == 0);
+  return value == nullptr ||
+         (isKind(value, CFStringGetTypeID()) && CFStringGetLength(static_cast<CFStringRef>(value)) == 0);
 }
 
 }  // namespace tovan

@@ -197,9 +197,8 @@ CSharedCFRef<CFDictionaryRef> CTovanConfigFile::toPropertyList() const {
 }
 
 void CTovanConfigFile::flush() const {
-  flushSection([this](CFMutableDictionaryRef document) {
-    CFUtil::CFDictSet(document, sectionKey(), toPropertyList().get());
-  });
+  flushSection(
+      [this](CFMutableDictionaryRef document) { CFUtil::CFDictSet(document, sectionKey(), toPropertyList().get()); });
 }
 
 SettingList CTovanConfigFile::settings() noexcept { return Table::kDescriptions; }

@@ -70,6 +70,7 @@ class PLINTH_EXPORT CException : public std::exception {
 
 // The subclasses differ in kind and in their default type only. Each offers: no argument; a printf-style message; an
 // integer code (an errno) with a printf-style message.
+// NOLINTBEGIN(bugprone-macro-parentheses): a class name takes none
 #define PLINTH_EXCEPTION(Name)                        \
   class PLINTH_EXPORT Name : public CException {      \
    public:                                            \
@@ -81,6 +82,7 @@ class PLINTH_EXPORT CException : public std::exception {
     ~Name() override;                                 \
     [[noreturn]] void Throw() const override;         \
   }
+// NOLINTEND(bugprone-macro-parentheses)
 
 PLINTH_EXCEPTION(CParamException);        // a bad argument or a failed precondition
 PLINTH_EXCEPTION(CNullPointerException);  // something that must be there is not

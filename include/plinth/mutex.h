@@ -64,7 +64,7 @@ class PLINTH_EXPORT CAutoMutex {
   explicit CAutoMutex(const CMutexRef& mutex, Option option = Option::lock);
   CAutoMutex(const CAutoMutex&) = delete;
   CAutoMutex& operator=(const CAutoMutex&) = delete;
-  // Unlocks when isLocked().
+  // Unlocks when isLocked(). A mutex that was unlocked behind the guard's back is reported with a console line.
   ~CAutoMutex();
 
   // Throw CParamException when this guard holds its lock already.

@@ -1,7 +1,7 @@
 // cluster_prefs.h: CClusterPrefs, the preferences of one cluster, read from and written to a dictionary.
 //
-// A value: copying shares the containers, which are not changed through it. Keys that this class does not know survive a
-// read and a write. Nothing throws. Threads: one object belongs to one thread at a time.
+// A value: copying shares the containers, which are not changed through it. Keys that this class does not know survive
+// a read and a write. Nothing throws. Threads: one object belongs to one thread at a time.
 #pragma once
 
 #include <plinth/shared_cf_ref.h>

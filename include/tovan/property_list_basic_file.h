@@ -1,5 +1,5 @@
-// property_list_basic_file.h: CPropertyListBasicFile, one XML property-list file under a whole-file lock. It is the base
-// of every configuration and state file of the library.
+// property_list_basic_file.h: CPropertyListBasicFile, one XML property-list file under a whole-file lock. It is the
+// base of every configuration and state file of the library.
 //
 // The file's root is a dictionary. Its key "Version" holds the version of the file; every other root key is a section
 // that belongs to one derived class. A file object reads the file whole under a shared lock, writes it whole under an
@@ -92,8 +92,8 @@ class TOVAN_EXPORT CPropertyListBasicFile {
   // or cannot be written or truncated (4). Up to the first byte of the write itself, the file is unchanged.
   void writePropertyList(CFDictionaryRef list) const;
 
-  // Take the lock and hold it. False when a lock is held already (there is no upgrade from shared to exclusive) and, for
-  // reading, when the file is missing. Throw (4) when the file cannot be opened.
+  // Take the lock and hold it. False when a lock is held already (there is no upgrade from shared to exclusive) and,
+  // for reading, when the file is missing. Throw (4) when the file cannot be opened.
   bool lockForRead() const;
   bool lockForRW() const;
   // Gives the lock back: it goes when nobody else holds a reference to the open file. False when none is held.

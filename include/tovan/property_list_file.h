@@ -1,8 +1,9 @@
-// property_list_file.h: CPropertyListFile, a section of a locked property-list file as an ordered list of named entries.
+// property_list_file.h: CPropertyListFile, a section of a locked property-list file as an ordered list of named
+// entries.
 //
-// The section is a dictionary of entry name and entry dictionary. Where the order of the entries matters (the keep-order
-// flag), a section of two entries or more also holds "_orderList", the names in order; an entry that is missing from
-// that list is not loaded. A derived class says where in the document its section lies.
+// The section is a dictionary of entry name and entry dictionary. Where the order of the entries matters (the
+// keep-order flag), a section of two entries or more also holds "_orderList", the names in order; an entry that is
+// missing from that list is not loaded. A derived class says where in the document its section lies.
 //
 // An entry type T offers: a default constructor (no name), T(CFStringRef name, CFDictionaryRef dictionary), copying,
 // `CFStringRef name() const` and `toDict() const`, which gives a holder of a new dictionary.
@@ -57,7 +58,8 @@ class TOVAN_EXPORT CPropertyListFile : public CPropertyListBasicFile {
   static bool sameName(CFStringRef left, CFStringRef right) noexcept { return CFEqual(left, right) != 0; }
   template <class Vector>
   static auto find(Vector& entries, CFStringRef name) {
-    return std::find_if(entries.begin(), entries.end(), [name](const T& entry) { return sameName(entry.name(), name); });
+    return std::find_if(entries.begin(), entries.end(),
+                        [name](const T& entry) { return sameName(entry.name(), name); });
   }
   static bool isKind(CFTypeRef object, CFTypeID kind) { return object != nullptr && CFGetTypeID(object) == kind; }
   void load(CFDictionaryRef section, const std::vector<CFTypeRef>& names);

@@ -57,7 +57,8 @@ extern template class CPropertyListFile<CServiceConfigEntry>;
 
 class TOVAN_EXPORT CServiceConfigFile : public CPropertyListFile<CServiceConfigEntry> {
  public:
-  // Reads the shared configuration file, kServiceConfigFilePath. The name is a service kind or a service's network name.
+  // Reads the shared configuration file, kServiceConfigFilePath. The name is a service kind or a service's network
+  // name.
   explicit CServiceConfigFile(CFStringRef serviceName);
   // Reads the file at a path; a leading "~/" is expanded.
   CServiceConfigFile(CFStringRef serviceName, CFStringRef path);

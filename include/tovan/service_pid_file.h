@@ -1,8 +1,9 @@
-// service_pid_file.h: CServicePIDFile, which processes run for a daemon, a service or a client, and what each of them is.
+// service_pid_file.h: CServicePIDFile, which processes run for a daemon, a service or a client, and what each of them
+// is.
 //
-// The file ("~/Library/Application Support/Lumisphere/LumispherePID.plist") holds an array of process ids under the name
-// of each daemon, service or client, and under "attributes" a dictionary by process id (in decimal digits) of "Kind",
-// "Name" and "Version". One object works on one name.
+// The file ("~/Library/Application Support/Lumisphere/LumispherePID.plist") holds an array of process ids under the
+// name of each daemon, service or client, and under "attributes" a dictionary by process id (in decimal digits) of
+// "Kind", "Name" and "Version". One object works on one name.
 //
 // A process id in the file is a claim, not a process: callers check each one themselves.
 //
@@ -58,8 +59,8 @@ class TOVAN_EXPORT CServicePIDFile : public CPropertyListBasicFile {
                          plinth::CSharedCFRef<CFStringRef>& name, plinth::CSharedCFRef<CFStringRef>& version);
   // Registers a process in the file, in one transaction. A null string leaves its key out. The attributes of processes
   // that are gone, or that this user may not signal, are removed on the way, and so is what stands under a key that is
-  // no process id: positive, in decimal digits, without sign, blanks or leading zeros. Nothing but a positive process id
-  // is ever asked for.
+  // no process id: positive, in decimal digits, without sign, blanks or leading zeros. Nothing but a positive process
+  // id is ever asked for.
   void setProcessAttributes(std::int32_t pid, CFStringRef kind, CFStringRef name, CFStringRef version);
   // Sets what the document says about a process; null removes it, and with the last one "attributes" goes. Nothing is
   // written.

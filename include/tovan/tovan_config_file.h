@@ -1,9 +1,9 @@
 // tovan_config_file.h: CTovanConfigFile, the settings of the cluster daemon on this host.
 //
-// The settings are the section "mervaneconfig" of the shared configuration file. Each is a public data member, which its
-// owner changes directly and flush() writes. Most are written only when they differ from their default, so that a later
-// change of a default reaches every file that never set it; docs/config-file.md has the table, and settings() gives it
-// to programs. A key that holds a value of the wrong type reads as its default.
+// The settings are the section "mervaneconfig" of the shared configuration file. Each is a public data member, which
+// its owner changes directly and flush() writes. Most are written only when they differ from their default, so that a
+// later change of a default reaches every file that never set it; docs/config-file.md has the table, and settings()
+// gives it to programs. A key that holds a value of the wrong type reads as its default.
 //
 // Failures are those of the base class. Threads: one object belongs to one thread at a time.
 #pragma once

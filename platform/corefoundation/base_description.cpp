@@ -72,5 +72,7 @@ CFStringRef CFCopyDescription(CFTypeRef object) {
 }
 
 CFStringRef CFCopyTypeIDDescription(CFTypeID type) {
-  return type == 0 ? nullptr : cf::createText(reinterpret_cast<const CFRuntimeClass*>(type)->name);
+  if (type == 0) return nullptr;
+  const auto* const kind = reinterpret_cast<const CFRuntimeClass*>(type);  // NOLINT(performance-no-int-to-ptr)
+  return cf::createText(kind->name);
 }

@@ -157,7 +157,7 @@ CFMutableDataRef CFDataCreateMutable(CFAllocatorRef, CFIndex capacity) {
 
 CFMutableDataRef CFDataCreateMutableCopy(CFAllocatorRef, CFIndex, CFDataRef data) {
   if (data == nullptr) return nullptr;
-  const CFMutableDataRef copy = cf::createDataOfLength(data->length);
+  CFMutableDataRef copy = cf::createDataOfLength(data->length);
   std::memcpy(copy->bytes, data->bytes, static_cast<std::size_t>(data->length));
   return copy;
 }

@@ -63,7 +63,8 @@ std::int64_t wholeSecondsSince1970(CFAbsoluteTime at) noexcept;
 // The moment at which clocks in GMT show the date, in seconds since 1970; the fields must be in range.
 constexpr std::int64_t secondsSince1970(std::int64_t year, int month, int day, int hour, int minute,
                                         int second) noexcept {
-  return daysFromCivil(year, month, day) * kSecondsPerDay + hour * 3600 + minute * 60 + second;
+  return daysFromCivil(year, month, day) * kSecondsPerDay + std::int64_t{hour} * 3600 + std::int64_t{minute} * 60 +
+         second;
 }
 
 }  // namespace cf

@@ -121,7 +121,7 @@ CFAbsoluteTime CFGregorianDateGetAbsoluteTime(CFGregorianDate date, CFTimeZoneRe
   constexpr double greatestWholeSeconds = 1e15;
   const cf::CivilDay month = cf::plusMonths({date.year, 1, 1}, date.month - 1);
   std::int64_t local = (cf::daysFromCivil(month.year, month.month, 1) + date.day - 1) * cf::kSecondsPerDay +
-                       date.hour * 3600 + date.minute * 60;
+                       std::int64_t{date.hour} * 3600 + std::int64_t{date.minute} * 60;
   double rest = date.second;
   if (std::fabs(date.second) < greatestWholeSeconds) {
     const double whole = std::floor(date.second);

@@ -74,7 +74,9 @@ std::uint64_t load4(const char* at) noexcept {
 CFHashCode hashBytes(const char* bytes, std::size_t byteCount) noexcept {
   constexpr std::uint64_t kFirst = 0x9E3779B97F4A7C15u;
   constexpr std::uint64_t kSecond = 0x6A09E667F3BCC909u;
-  std::uint64_t state = byteCount * kFirst ^ kSecond;
+  // Where the library lies differs from run to run, so that nobody can make strings that all have the same hash.
+  const std::uint64_t secret = std::bit_cast<std::uintptr_t>(&kCFStringClass) * kSecond;
+  std::uint64_t state = byteCount * kFirst ^ secret;
   if (byteCount >= 8) {
     std::size_t i = 0;
     for (; i + 8 < byteCount; i += 8) state = mix(state ^ load8(bytes + i), kFirst);
@@ -148,7 +150,7 @@ CFIndex CFStringGetLength(CFStringRef string) { return string == nullptr ? 0 : s
 
 UniChar CFStringGetCharacterAtIndex(CFStringRef string, CFIndex index) {
   if (string == nullptr || index < 0 || index >= string->length) return 0;
-  if (isASCII(string)) return static_cast<UniChar>(string->bytes[index]);
+  if (isASCII(string)) return static_cast<unsigned char>(string->bytes[index]);
   return UnitReader(string, CFRangeMake(index, 1)).next();
 }
 
@@ -158,7 +160,7 @@ void CFStringGetCharacters(CFStringRef string, CFRange range, UniChar* buffer) {
   // The buffer's first place belongs to range.location, wherever that lies.
   UniChar* out = buffer + (part.length == 0 ? 0 : part.location - range.location);
   if (isASCII(string)) {
-    for (CFIndex i = 0; i < part.length; ++i) out[i] = static_cast<UniChar>(string->bytes[part.location + i]);
+    for (CFIndex i = 0; i < part.length; ++i) out[i] = static_cast<unsigned char>(string->bytes[part.location + i]);
     return;
   }
   for (UnitReader reader(string, part); !reader.done();) *out++ = reader.next();

@@ -47,15 +47,10 @@ Layout layoutOf(const FormatSpec& spec, FormatArguments& arguments) {
 template <class Number>
 void appendNumber(std::string& text, const FormatSpec& spec, const Layout& layout, const char* size, Number value) {
   // The flags, a minus that came with the width, "*.*", a size and the conversion.
-  char format[24] = "%";
-  std::strcat(format, spec.flags);
-  if (layout.left) std::strcat(format, "-");
-  std::strcat(format, "*.*");
-  std::strcat(format, size);
-  const char conversion[] = {spec.conversion, '\0'};
-  std::strcat(format, conversion);
+  std::string format = "%";
+  format.append(spec.flags).append(layout.left ? "-" : "").append("*.*").append(size).push_back(spec.conversion);
   char buffer[128];
-  const int count = std::snprintf(buffer, sizeof buffer, format, layout.width, layout.precision, value);
+  const int count = std::snprintf(buffer, sizeof buffer, format.c_str(), layout.width, layout.precision, value);
   if (count < 0) return;  // longer than INT_MAX
   if (static_cast<std::size_t>(count) < sizeof buffer) {
     text.append(buffer, static_cast<std::size_t>(count));
@@ -63,8 +58,8 @@ void appendNumber(std::string& text, const FormatSpec& spec, const Layout& layou
   }
   const std::size_t start = text.size();
   text.resize(start + static_cast<std::size_t>(count) + 1);
-  std::snprintf(text.data() + start, static_cast<std::size_t>(count) + 1, format, layout.width, layout.precision,
-                value);
+  std::snprintf(text.data() + start, static_cast<std::size_t>(count) + 1, format.c_str(), layout.width,
+                layout.precision, value);
   text.pop_back();
 }
 

@@ -28,7 +28,7 @@ ArgumentKind integerKind(FormatSpec::Size size);
 class FormatArguments {
  public:
   FormatArguments(std::string_view format, va_list list);
-  ~FormatArguments() { va_end(list_); }
+  ~FormatArguments() { va_end(list_); }  // NOLINT(clang-analyzer-valist.Uninitialized): copied by the constructor
   FormatArguments(const FormatArguments&) = delete;
   FormatArguments& operator=(const FormatArguments&) = delete;
 

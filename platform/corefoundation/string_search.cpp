@@ -176,6 +176,7 @@ CFArrayRef CFStringCreateArrayBySeparatingStrings(CFAllocatorRef, CFStringRef st
   }
   pieces.emplace_back(CFStringCreateWithSubstring(nullptr, string, CFRangeMake(behind, string->length - behind)));
   std::vector<const void*> objects;
+  objects.reserve(pieces.size());
   for (const Owned<CFStringRef>& piece : pieces) objects.push_back(piece.get());
   const CFArrayRef array = createArrayTaking(objects);
   for (Owned<CFStringRef>& piece : pieces) piece.take();

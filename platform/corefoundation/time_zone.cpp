@@ -49,7 +49,7 @@ CFTimeZoneRef createTimeZone(const std::string& name, Zone zone) {
   Owned<CFStringRef> ownedName(createText(name));
   CFTimeZoneStorage* const timeZone = create<CFTimeZoneStorage>(kTimeZoneClass, 0, ownedName.get(), ownedZone.get());
   ownedName.take();
-  ownedZone.release();
+  static_cast<void>(ownedZone.release());
   return timeZone;
 }
 

@@ -49,7 +49,7 @@ class PosixZoneParser {
     const auto end = std::ranges::find_if_not(
         rest_, [&](char c) { return isLetter(c) || (quoted && (isDigit(c) || c == '+' || c == '-')); });
     const std::size_t length = static_cast<std::size_t>(end - rest_.begin());
-    const std::string result(rest_.substr(0, length));
+    std::string result(rest_.substr(0, length));
     rest_.remove_prefix(length);
     if (quoted) expect('>');
     if (length < 3) good_ = false;

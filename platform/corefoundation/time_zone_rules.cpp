@@ -37,7 +37,7 @@ ZoneSegment Zone::segmentAt(std::int64_t time) const noexcept {
 
 // No offset reaches 26 hours, so that the search begins in a stretch that the local time cannot lie before.
 std::int64_t Zone::momentOfLocalTime(std::int64_t local) const noexcept {
-  constexpr std::int64_t greatestOffset = 26 * 3600;
+  constexpr std::int64_t greatestOffset = std::int64_t{26} * 3600;
   ZoneSegment segment = segmentAt(local - greatestOffset);
   while (local - segment.offset >= segment.end) {
     const ZoneSegment next = segmentAt(segment.end);

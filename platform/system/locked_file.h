@@ -16,9 +16,9 @@ enum class FileLock {
   exclusive  // opens for reading and writing; a missing file is created with permissions 0600
 };
 
-// Opens the file and takes the lock, waiting for as long as others hold one that excludes it. The file that is locked is
-// the one at the path at the moment the lock is had: one that was renamed or removed while this call waited is let go,
-// and the path is opened again. Nothing but the lock is waited for: a FIFO in the file's place is opened at once.
+// Opens the file and takes the lock, waiting for as long as others hold one that excludes it. The file that is locked
+// is the one at the path at the moment the lock is had: one that was renamed or removed while this call waited is let
+// go, and the path is opened again. Nothing but the lock is waited for: a FIFO in the file's place is opened at once.
 //
 // Empty, with errno, on failure.
 PLATFORM_EXPORT Descriptor openLocked(const char* path, FileLock lock) noexcept;

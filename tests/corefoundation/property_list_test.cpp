@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <string>
 
-#include "tests/corefoundation/property_list_support.h"
+#include "tests/support/property_list_support.h"
 #include "tests/support/scratch_home.h"
 
 using test::canonical;

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/corefoundation/property_list_support.h"
+#include "tests/support/property_list_support.h"
 
 using test::canonical;
 using test::Held;

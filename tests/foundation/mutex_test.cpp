@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <future>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -172,6 +173,18 @@ TEST(CAutoMutexTest, ReportsMisuse) {
             "CMutex::lock failed: the calling thread holds it already");
   guard.unlock();
   EXPECT_EQ(messageOf<CParamException>([&] { guard.unlock(); }), "CAutoMutex::unlock failed: this guard holds no lock");
+}
+
+TEST(CAutoMutexTest, AMutexUnlockedBehindItsBackIsAConsoleLine) {
+  const CMutexRef mutex = plain();
+  testing::internal::CaptureStderr();
+  {
+    const CAutoMutex guard(mutex);
+    mutex->unlock();
+  }
+  const std::string written = testing::internal::GetCapturedStderr();
+  EXPECT_NE(written.find("CMutex::unlock failed: the calling thread does not hold it\n"), std::string::npos) << written;
+  EXPECT_TRUE(isFree(mutex));
 }
 
 TEST(CAutoMutexTest, KeepsTheMutexAlive) {

@@ -34,8 +34,8 @@ inline std::string document(const std::string& body) {
 }
 
 inline CSharedCFRef<CFPropertyListRef> parsed(const std::string& text) {
-  const CSharedCFRef<CFDataRef> data = CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text.data()),
-                                                    static_cast<CFIndex>(text.size()));
+  const CSharedCFRef<CFDataRef> data =
+      CFDataCreate(kCFAllocatorDefault, reinterpret_cast<const UInt8*>(text.data()), static_cast<CFIndex>(text.size()));
   CFErrorRef error = nullptr;
   const CSharedCFRef<CFPropertyListRef> list =
       CFPropertyListCreateWithData(kCFAllocatorDefault, data.get(), kCFPropertyListImmutable, nullptr, &error);
@@ -57,7 +57,8 @@ inline std::string describe(CFTypeRef value) {
   if (kind == CFBooleanGetTypeID()) return CFBooleanGetValue(static_cast<CFBooleanRef>(value)) ? "true" : "false";
   if (kind == CFNumberGetTypeID()) {
     std::int64_t integer = 0;
-    if (CFNumberGetValue(static_cast<CFNumberRef>(value), kCFNumberSInt64Type, &integer)) return std::to_string(integer);
+    if (CFNumberGetValue(static_cast<CFNumberRef>(value), kCFNumberSInt64Type, &integer))
+      return std::to_string(integer);
     double real = 0;
     CFNumberGetValue(static_cast<CFNumberRef>(value), kCFNumberDoubleType, &real);
     return std::to_string(real);

@@ -23,7 +23,8 @@ class SectionFile : public CPropertyListBasicFile {
  public:
   SectionFile(CFStringRef path, const char* key) : CPropertyListBasicFile(path), key_(str(key)) {}
   void flush(const std::string& value) const {
-    flushSection([&](CFMutableDictionaryRef document) { CFDictionarySetValue(document, key_.get(), str(value).get()); });
+    flushSection(
+        [&](CFMutableDictionaryRef document) { CFDictionarySetValue(document, key_.get(), str(value).get()); });
   }
 
  private:
@@ -136,7 +137,8 @@ TEST_F(PropertyListBasicFileTest, TheFileIsRewrittenInPlaceThroughSymbolicLinks)
 }
 
 TEST_F(PropertyListBasicFileTest, PathsMayHoldAnyCharacter) {
-  for (const std::string name : {"with blank", "q'uo\"te", "new\nline", "100%s%n%@", "-dash", "grün-日本-🙂", "$(id)"}) {
+  for (const std::string name :
+       {"with blank", "q'uo\"te", "new\nline", "100%s%n%@", "-dash", "grün-日本-🙂", "$(id)"}) {
     const std::string strange = folder + "/" + name;
     CPropertyListBasicFile file(str(strange).get());
     file.fromPropertyList(dict("<key>a</key><integer>1</integer>").get());
@@ -255,9 +257,9 @@ TEST_F(PropertyListBasicFileTest, OtherFailuresDoNotRefuseLaterWrites) {
   CPropertyListBasicFile file(cfPath.get());
   const CSharedCFRef<CFMutableDictionaryRef> bad = CFDictionaryCreateMutable(
       kCFAllocatorDefault, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
-  CFDictionarySetValue(bad.get(), CFSTR("url"), CSharedCFRef<CFURLRef>(CFURLCreateWithString(
-                                                    kCFAllocatorDefault, CFSTR("file:///tmp"), nullptr))
-                                                    .get());
+  CFDictionarySetValue(
+      bad.get(), CFSTR("url"),
+      CSharedCFRef<CFURLRef>(CFURLCreateWithString(kCFAllocatorDefault, CFSTR("file:///tmp"), nullptr)).get());
   std::string thrown;
   const std::string console = consoleOf([&] { thrown = thrownBy([&] { file.writePropertyList(bad.get()); }); });
   const std::string expected = "255: CPropertyListBasicFile::writePropertyList[" + pid() + "](" + path +

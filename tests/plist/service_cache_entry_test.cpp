@@ -434,7 +434,8 @@ TEST(RuntimeServicePathTest, PathsInAFrameworkAreReRootedWhereItLiesNow) {
   ASSERT_FALSE(mervane.isNull());
   ASSERT_FALSE(lumisphere.isNull());
   const auto parent = [](const CSharedCFRef<CFURLRef>& url) {
-    const std::string path = utf8(CSharedCFRef<CFStringRef>(CFURLCopyFileSystemPath(url.get(), kCFURLPOSIXPathStyle)).get());
+    const std::string path =
+        utf8(CSharedCFRef<CFStringRef>(CFURLCopyFileSystemPath(url.get(), kCFURLPOSIXPathStyle)).get());
     return path.substr(0, path.rfind('/') + 1);
   };
   CServiceCacheEntry entry;

@@ -39,8 +39,8 @@ TEST_F(ServiceCacheFileTest, AFlushKeepsAllOtherSectionsAndWritesNoOrderList) {
   file.put(CServiceCacheEntry(CFSTR("y"), nullptr));
   file.flush();
   const std::string plain = describe(CServiceCacheEntry().toDict());
-  EXPECT_EQ(describeFile(path), "{Version: \"2\", mervaneservices: {x: " + plain + ", y: " + plain +
-                                    "}, serviceconfig: {}}");
+  EXPECT_EQ(describeFile(path),
+            "{Version: \"2\", mervaneservices: {x: " + plain + ", y: " + plain + "}, serviceconfig: {}}");
   EXPECT_EQ(namesOf(CServiceCacheFile(cfPath.get())), "x y ");
 }
 
@@ -56,16 +56,16 @@ TEST_F(ServiceCacheFileTest, ARefreshWithoutTheSectionKeepsTheEntries) {
 }
 
 TEST_F(ServiceCacheFileTest, AConvertedInstanceCountIsWrittenBackConverted) {
-  writeFile(path, document("<key>mervaneservices</key><dict>" + named("x", "<key>Instances</key><integer>-1000000</integer>") +
-                           "</dict>"));
+  writeFile(path, document("<key>mervaneservices</key><dict>" +
+                           named("x", "<key>Instances</key><integer>-1000000</integer>") + "</dict>"));
   CServiceCacheFile file(cfPath.get());
   file.flush();
   EXPECT_NE(describeFile(path).find("Instances: 1,"), std::string::npos) << describeFile(path);
 }
 
 TEST_F(ServiceCacheFileTest, EntriesThatAreNoDictionariesAreDropped) {
-  writeFile(path, document("<key>mervaneservices</key><dict><key>n</key><integer>5</integer>" + named("x", "") +
-                           "</dict>"));
+  writeFile(path,
+            document("<key>mervaneservices</key><dict><key>n</key><integer>5</integer>" + named("x", "") + "</dict>"));
   EXPECT_EQ(namesOf(CServiceCacheFile(cfPath.get())), "x ");
 }
 
@@ -86,8 +86,7 @@ TEST_F(ServiceCacheFileTest, AFlushUnderAHeldLockWritesTheSectionAsTheWholeFile)
   file.refresh();
   file.flush();
   file.unlock();
-  EXPECT_EQ(describeFile(path),
-            "{mervaneservices: {x: " + describe(CServiceCacheEntry().toDict()) + "}, x: {}}");
+  EXPECT_EQ(describeFile(path), "{mervaneservices: {x: " + describe(CServiceCacheEntry().toDict()) + "}, x: {}}");
 }
 
 TEST_F(ServiceCacheFileTest, TheDefaultPathIsTheSharedFile) {

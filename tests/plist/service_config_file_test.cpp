@@ -52,7 +52,8 @@ TEST(ServiceConfigEntryTest, AMissingKeySetsItsFieldToNull) {
 }
 
 TEST(ServiceConfigEntryTest, ValuesOfAnyTypeAreKeptAsFound) {
-  const CServiceConfigEntry entry(CFSTR("n"), dict("<key>akey</key><integer>5</integer><key>config</key><string>s</string>").get());
+  const CServiceConfigEntry entry(CFSTR("n"),
+                                  dict("<key>akey</key><integer>5</integer><key>config</key><string>s</string>").get());
   EXPECT_EQ(entry.accessKey(), nullptr) << "it is no string";
   EXPECT_EQ(describe(entry.toDict()), "{akey: 5, config: \"s\"}");
 }
@@ -100,8 +101,8 @@ TEST_F(ServiceConfigFileTest, EntriesKeepTheirOrder) {
   file.put(CServiceConfigEntry(CFSTR("z"), nullptr));
   file.put(CServiceConfigEntry(CFSTR("a"), dict(kEntry).get()));
   file.flush();
-  EXPECT_EQ(describeFile(path), "{serviceconfig: {service: {_orderList: [\"z\", \"a\"], a: " + describe(dict(kEntry)) +
-                                    ", z: {}}}}");
+  EXPECT_EQ(describeFile(path),
+            "{serviceconfig: {service: {_orderList: [\"z\", \"a\"], a: " + describe(dict(kEntry)) + ", z: {}}}}");
   const CServiceConfigFile again = open("service");
   std::vector<CServiceConfigEntry> entries;
   again.get(entries, 0);
@@ -128,8 +129,9 @@ TEST_F(ServiceConfigFileTest, FlushingOneServiceKeepsTheOthersAndAllOtherSection
   CServiceConfigFile file = open("service");
   file.put(CServiceConfigEntry(CFSTR("n"), nullptr));
   file.flush();
-  EXPECT_EQ(describeFile(path), "{mervaneconfig: {SharingType: 1}, serviceconfig: {other: {e: {unknown: 0.500000}}, "
-                                "service: {n: {}}}}");
+  EXPECT_EQ(describeFile(path),
+            "{mervaneconfig: {SharingType: 1}, serviceconfig: {other: {e: {unknown: 0.500000}}, "
+            "service: {n: {}}}}");
 }
 
 TEST_F(ServiceConfigFileTest, ARefreshAfterTheServiceWentKeepsTheEntriesInMemory) {
@@ -152,14 +154,15 @@ TEST_F(ServiceConfigFileTest, ASwitchOfTheWholeServiceIsChangedInEntryNought) {
   CServiceConfigFile later = open("service");
   CServiceConfigEntry entry;
   ASSERT_TRUE(later.getAtIndex(0, entry));
-  const CSharedCFRef<CFMutableDictionaryRef> config = CFDictionaryCreateMutableCopy(
-      kCFAllocatorDefault, 0, static_cast<CFDictionaryRef>(entry.config()));
+  const CSharedCFRef<CFMutableDictionaryRef> config =
+      CFDictionaryCreateMutableCopy(kCFAllocatorDefault, 0, static_cast<CFDictionaryRef>(entry.config()));
   CFDictionarySetValue(config.get(), tovan::TovanCorePrivate::kDictKeyCancelJobs, kCFBooleanFalse);
   entry.setConfig(config.get());
   ASSERT_TRUE(later.putAtIndex(0, entry));
   later.flush();
-  EXPECT_EQ(describeFile(path), "{serviceconfig: {service: {n: {akey: \"a\", ckey: \"c\", config: {cancelJobs: false}, "
-                                "cpkey: \"p\"}}}}");
+  EXPECT_EQ(describeFile(path),
+            "{serviceconfig: {service: {n: {akey: \"a\", ckey: \"c\", config: {cancelJobs: false}, "
+            "cpkey: \"p\"}}}}");
 }
 
 TEST_F(ServiceConfigFileTest, AFlushUnderAHeldLockIsBasedOnTheSectionInMemory) {

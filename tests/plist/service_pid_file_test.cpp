@@ -190,7 +190,8 @@ TEST_F(ServicePIDFileTest, ANullArgumentLeavesItsKeyOut) {
 }
 
 TEST_F(ServicePIDFileTest, AttributesThatOthersAddedToAProcessStay) {
-  writeFile(path, document("<key>attributes</key><dict><key>" + pid() + "</key><dict><key>Own</key><true/></dict></dict>"));
+  writeFile(path,
+            document("<key>attributes</key><dict><key>" + pid() + "</key><dict><key>Own</key><true/></dict></dict>"));
   open().setProcessAttributes(::getpid(), CFSTR("kind"), nullptr, nullptr);
   EXPECT_EQ(attributes(), "{" + pid() + ": {Kind: \"kind\", Own: true}}");
 }

@@ -31,7 +31,8 @@ class TovanConfigFileTest : public ::testing::Test {
 
 // The section of a file that nobody configured, with `extra` in front.
 std::string plainSection(const std::string& extra = "") {
-  return "{" + extra + "DNSDomain: \"\", DaemonEnabled: true, LogToFile: false, RequirePassword: false, ServerName: \"" +
+  return "{" + extra +
+         "DNSDomain: \"\", DaemonEnabled: true, LogToFile: false, RequirePassword: false, ServerName: \"" +
          platform::machineName() + "\", SharingEnabled: false, SharingType: 0}";
 }
 
@@ -224,9 +225,9 @@ TEST_F(TovanConfigFileTest, APortOfNoughtReadsAsTheDefaultAndIsNotWrittenBack) {
 }
 
 TEST_F(TovanConfigFileTest, NumbersThatAreNo32BitIntegersReadAsTheDefault) {
-  for (const std::string value : {"<integer>4294967296</integer>", "<integer>-2147483649</integer>",
-                                  "<integer>18446744073709551615</integer>", "<real>80.5</real>", "<string>80</string>",
-                                  "<true/>"}) {
+  for (const std::string value :
+       {"<integer>4294967296</integer>", "<integer>-2147483649</integer>", "<integer>18446744073709551615</integer>",
+        "<real>80.5</real>", "<string>80</string>", "<true/>"}) {
     writeSection("<key>DaemonPort</key>" + value);
     EXPECT_EQ(CTovanConfigFile(cfPath.get()).daemonPort, 2189) << value;
   }
@@ -354,8 +355,9 @@ TEST_F(TovanConfigFileTest, SettingsAreSetByKey) {
 }
 
 TEST_F(TovanConfigFileTest, NullPutsASettingBackToItsDefault) {
-  writeSection("<key>StdoutPath</key><string>/tmp/o</string><key>DaemonPort</key><integer>80</integer>"
-               "<key>ServerName</key><string>desk</string><key>Advertising</key><string>DN</string>");
+  writeSection(
+      "<key>StdoutPath</key><string>/tmp/o</string><key>DaemonPort</key><integer>80</integer>"
+      "<key>ServerName</key><string>desk</string><key>Advertising</key><string>DN</string>");
   CTovanConfigFile file(cfPath.get());
   for (const tovan::SettingDescription& setting : CTovanConfigFile::settings()) {
     file.setSetting(setting.key, nullptr);

@@ -12,7 +12,8 @@ struct CommandResult {
   std::string err;
 };
 
-// Runs a program (an absolute path, or a name of the build's bin folder) with the arguments, its input empty, and waits.
+// Runs a program (an absolute path, or a name of the build's bin folder) with the arguments, its input empty, and
+// waits.
 CommandResult runCommand(const std::string& program, const std::vector<std::string>& arguments);
 
 }  // namespace test

@@ -1,5 +1,5 @@
-// commands.h: the verbs of tovanctl. Each adds its subcommands, with what they do, to the command line. A failure leaves
-// as a CommandError or as one of the library's exceptions.
+// commands.h: the verbs of tovanctl. Each adds its subcommands, with what they do, to the command line. A failure
+// leaves as a CommandError or as one of the library's exceptions.
 #pragma once
 
 #include <CLI/CLI.hpp>

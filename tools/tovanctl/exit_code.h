@@ -8,10 +8,10 @@ namespace tovanctl {
 
 enum ExitCode : int {
   kSuccess = 0,
-  kFailed = 1,        // the library reported a failure: a file, a lock, a value in a file
-  kUsage = 2,         // the command line is wrong, or a value has the wrong type
-  kUnknownName = 3,   // no such service, setting or instance
-  kBadBundle = 4,     // the bundle cannot be installed as a service
+  kFailed = 1,       // the library reported a failure: a file, a lock, a value in a file
+  kUsage = 2,        // the command line is wrong, or a value has the wrong type
+  kUnknownName = 3,  // no such service, setting or instance
+  kBadBundle = 4,    // the bundle cannot be installed as a service
 };
 
 // Ends a command with a message on standard error.

@@ -25,7 +25,8 @@ std::string pathOf(CFURLRef url) {
   return text(path.get());
 }
 
-// The absolute location of a bundle, its links resolved: what is installed must not depend on where tovanctl was called.
+// The absolute location of a bundle, its links resolved: what is installed must not depend on where tovanctl was
+// called.
 CSharedCFRef<CFURLRef> locationOf(const std::string& path) {
   char* const resolved = ::realpath(path.c_str(), nullptr);
   if (resolved == nullptr) throw CommandError(kBadBundle, "there is no bundle at \"" + path + "\"");
@@ -58,8 +59,7 @@ std::string kindOfUsableBundle(CFURLRef url) {
   }
   const CFStringRef kind = getServiceKindFromBundle(bundle.get());
   if (kind == nullptr) {
-    throw CommandError(kBadBundle,
-                       "the bundle \"" + path + "\" names no service kind (MervaneServiceKind, a string)");
+    throw CommandError(kBadBundle, "the bundle \"" + path + "\" names no service kind (MervaneServiceKind, a string)");
   }
   const CFTypeRef description = CFDictionaryGetValue(information, CFSTR("MervaneServiceConfig"));
   if (description == nullptr || CFGetTypeID(description) != CFDictionaryGetTypeID()) {

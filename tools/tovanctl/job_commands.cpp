@@ -18,7 +18,8 @@ using tovan::CLaunchCtlPList;
 
 std::string xml(CFPropertyListRef list) {
   CFErrorRef failure = nullptr;
-  const CSharedCFRef<CFDataRef> data(CFPropertyListCreateData(nullptr, list, kCFPropertyListXMLFormat_v1_0, 0, &failure));
+  const CSharedCFRef<CFDataRef> data(
+      CFPropertyListCreateData(nullptr, list, kCFPropertyListXMLFormat_v1_0, 0, &failure));
   const CSharedCFRef<CFErrorRef> reason(failure);
   if (!data) {
     const CSharedCFRef<CFStringRef> why(CFErrorCopyDescription(reason.get()));
@@ -33,7 +34,8 @@ void show(const std::string& name, unsigned int instance, bool asJson) {
   const tovan::CServiceCacheEntry entry = serviceOfName(cache, name);
   if (entry.instances < 0 || instance >= static_cast<unsigned int>(entry.instances)) {
     throw CommandError(kUnknownName, "\"" + name + "\" has " + std::to_string(entry.instances) +
-                                         " instances, counted from 0; there is no instance " + std::to_string(instance));
+                                         " instances, counted from 0; there is no instance " +
+                                         std::to_string(instance));
   }
   const plinth::CStringRef path = CLaunchCtlPList::expandedPListFilePathForService(entry, instance);
   const CSharedCFRef<CFDictionaryRef> job = CLaunchCtlPList::plistDataForService(entry, instance);

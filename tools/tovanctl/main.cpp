@@ -24,8 +24,9 @@ int run(int argc, char** argv) {
   CLI::App app("Reads and changes what the TovanCore library keeps", "tovanctl");
   app.require_subcommand(1);
   app.set_version_flag("--version", versionLine());
-  app.footer("Exit codes: 0 done, 1 the library reported a failure, 2 wrong command line or value,\n"
-             "3 no such service, setting or instance, 4 the bundle cannot be installed.");
+  app.footer(
+      "Exit codes: 0 done, 1 the library reported a failure, 2 wrong command line or value,\n"
+      "3 no such service, setting or instance, 4 the bundle cannot be installed.");
   addServiceCommands(app);
   addConfigCommands(app);
   addJobCommands(app);

@@ -17,7 +17,8 @@ namespace {
 using Value = plinth::CSharedCFRef<CFTypeRef>;
 
 [[noreturn]] void refuse(const tovan::SettingDescription& setting, const std::string& given) {
-  throw CommandError(kUsage, text(setting.key) + " takes " + tovan::settingTypeText(setting) + ", not \"" + given + "\"");
+  throw CommandError(kUsage,
+                     text(setting.key) + " takes " + tovan::settingTypeText(setting) + ", not \"" + given + "\"");
 }
 
 Value parseBoolean(const tovan::SettingDescription& setting, const std::string& given) {
@@ -33,8 +34,8 @@ Value parseInteger(const tovan::SettingDescription& setting, const std::string& 
   const char* const end = given.data() + given.size();
   const auto [stopped, error] = std::from_chars(given.data(), end, number);
   if (error != std::errc() || stopped != end) refuse(setting, given);
-  if (setting.type == tovan::SettingType::int32 && (number < std::numeric_limits<std::int32_t>::min() ||
-                                                    number > std::numeric_limits<std::int32_t>::max())) {
+  if (setting.type == tovan::SettingType::int32 &&
+      (number < std::numeric_limits<std::int32_t>::min() || number > std::numeric_limits<std::int32_t>::max())) {
     refuse(setting, given);
   }
   return Value(CFNumberCreate(nullptr, kCFNumberSInt64Type, &number));

@@ -12,13 +12,14 @@ namespace {
 
 // Code points, not bytes; control characters (a newline in a path) are shown as blanks so that rows stay rows.
 std::size_t width(const std::string& cell) {
-  return static_cast<std::size_t>(
-      std::count_if(cell.begin(), cell.end(), [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) != 0x80U; }));
+  return static_cast<std::size_t>(std::count_if(
+      cell.begin(), cell.end(), [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) != 0x80U; }));
 }
 
 std::string onOneLine(std::string cell) {
   std::replace_if(
-      cell.begin(), cell.end(), [](char byte) { return static_cast<unsigned char>(byte) < 0x20U || byte == 0x7F; }, ' ');
+      cell.begin(), cell.end(), [](char byte) { return static_cast<unsigned char>(byte) < 0x20U || byte == 0x7F; },
+      ' ');
   return cell;
 }
 

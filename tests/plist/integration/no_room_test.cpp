@@ -35,8 +35,8 @@ class NoRoomTest : public ::testing::Test {
     return thrown;
   }
   std::string expected(const std::string& reason) const {
-    return "4: CPropertyListBasicFile::writePropertyList[" + pid() + "](" + path + "): can't write file, error = " +
-           reason;
+    return "4: CPropertyListBasicFile::writePropertyList[" + pid() + "](" + path +
+           "): can't write file, error = " + reason;
   }
 };
 

@@ -43,7 +43,9 @@ json document(const std::vector<std::string>& arguments) {
 std::string configPath() {
   return test::scratchHome() + "/Library/Application Support/Lumisphere/LumisphereConfig.plist";
 }
-std::string jobPath(const std::string& label) { return test::scratchHome() + "/Library/LaunchAgents/" + label + ".plist"; }
+std::string jobPath(const std::string& label) {
+  return test::scratchHome() + "/Library/LaunchAgents/" + label + ".plist";
+}
 
 // A bundle folder with the given information dictionary, and an executable called Service when asked for.
 std::string makeBundle(const std::string& name, const std::string& information, bool withExecutable) {
@@ -114,8 +116,8 @@ TEST_F(TovanctlTest, ABundleThatIsNoServiceIsRefusedWithItsReason) {
       {makeBundle("numbered.bundle", "<key>MervaneServiceKind</key><integer>1</integer>" + kExecutable + kConfig, true),
        "names no service kind"},
       {makeBundle("undescribed.bundle", kKind + kExecutable, true), "has no service description"},
-      {makeBundle("described wrongly.bundle",
-                  kKind + kExecutable + "<key>MervaneServiceConfig</key><string>x</string>", true),
+      {makeBundle("described wrongly.bundle", kKind + kExecutable + "<key>MervaneServiceConfig</key><string>x</string>",
+                  true),
        "has no service description"},
       {makeBundle("without program.bundle", kKind + kExecutable + kConfig, false), "has no executable"},
   };
@@ -206,12 +208,9 @@ TEST_F(TovanctlTest, ConfigSetWritesWhatGetReads) {
     const char* key;
     const char* value;
     json read;
-  } cases[] = {{"DaemonPort", "4711", 4711},
-               {"SharingEnabled", "yes", true},
-               {"DaemonEnabled", "off", false},
-               {"ServerName", "Mönch \"West\"", "Mönch \"West\""},
-               {"Advertising", "MC", "MC"},
-               {"PortRangeStart", "-1", -1}};
+  } cases[] = {{"DaemonPort", "4711", 4711},    {"SharingEnabled", "yes", true},
+               {"DaemonEnabled", "off", false}, {"ServerName", "Mönch \"West\"", "Mönch \"West\""},
+               {"Advertising", "MC", "MC"},     {"PortRangeStart", "-1", -1}};
   for (const auto& one : cases) {
     const std::vector<std::string> set = {"config", "set", one.key, one.value};
     succeeding(set);
@@ -222,7 +221,7 @@ TEST_F(TovanctlTest, ConfigSetWritesWhatGetReads) {
 
 TEST_F(TovanctlTest, ConfigSetRefusesValuesOfTheWrongType) {
   const std::vector<std::vector<std::string>> cases = {
-      {"DaemonPort", "many"},       {"DaemonPort", "2189.5"}, {"DaemonPort", ""},       {"DaemonPort", "99999999999"},
+      {"DaemonPort", "many"},       {"DaemonPort", "2189.5"}, {"DaemonPort", ""},   {"DaemonPort", "99999999999"},
       {"DaemonEnabled", "perhaps"}, {"Advertising", "rv"},    {"Advertising", "3"},
   };
   for (const auto& one : cases) {
@@ -235,8 +234,8 @@ TEST_F(TovanctlTest, ConfigSetRefusesValuesOfTheWrongType) {
 }
 
 TEST_F(TovanctlTest, AnUnknownSettingGetsASuggestion) {
-  for (const auto& arguments : std::vector<std::vector<std::string>>{{"config", "get", "DeamonPort"},
-                                                                     {"config", "set", "DeamonPort", "1"}}) {
+  for (const auto& arguments :
+       std::vector<std::vector<std::string>>{{"config", "get", "DeamonPort"}, {"config", "set", "DeamonPort", "1"}}) {
     const CommandResult result = tovanctl(arguments);
     EXPECT_EQ(result.status, 3);
     EXPECT_THAT(result.err, HasSubstr("did you mean \"DaemonPort\"?"));
@@ -266,7 +265,8 @@ TEST_F(TovanctlTest, JobShowGivesTheDescriptionThatInstallingWrites) {
   const json shown = document({"job", "show", kTranscoder, "--json"});
   EXPECT_EQ(shown["path"], jobPath("com.brant.klarn.transcoder.klarn"));
   EXPECT_EQ(shown["job"]["Label"], "com.brant.klarn.transcoder.klarn");
-  EXPECT_EQ(shown["job"]["ProgramArguments"][0], kResources + "LumisphereTranscoder.bundle/Contents/Linux/LumisphereTranscoder");
+  EXPECT_EQ(shown["job"]["ProgramArguments"][0],
+            kResources + "LumisphereTranscoder.bundle/Contents/Linux/LumisphereTranscoder");
 }
 
 TEST_F(TovanctlTest, JobShowOfAnInstanceThatIsNotThereSaysSo) {

@@ -1,4 +1,4 @@
-#include "tests/corefoundation/property_list_support.h"
+#include "tests/support/property_list_support.h"
 
 #include <bit>
 #include <cmath>
