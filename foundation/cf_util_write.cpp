@@ -1,6 +1,7 @@
 // CFUtil::CFDataWriteToURL.
 #include <tovan/cf_util.h>
 
+#include "foundation/replacement_file.h"
 #include "platform/system/descriptor.h"
 #include "platform/system/locked_file.h"
 
@@ -8,11 +9,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstddef>
-#include <cstdio>
 #include <string>
 
 namespace tovan {
@@ -21,7 +20,6 @@ namespace {
 using platform::Descriptor;
 
 constexpr mode_t kNewFileMode = 0666;  // less the process's file-creation mask
-constexpr mode_t kPermissions = 07777;
 
 bool writeAll(const Descriptor& file, const UInt8* bytes, std::size_t count) {
   while (count > 0) {
@@ -57,34 +55,6 @@ bool writeInPlace(const std::string& path, CFDataRef data) {
   return false;
 }
 
-// A file that is being written beside the one it will replace; it goes unless it does.
-class Replacement {
- public:
-  explicit Replacement(const std::string& folder) {
-    static constinit std::atomic<unsigned> count{0};
-    do {
-      path_ = folder + ".tovan-" + std::to_string(getpid()) + "-" + std::to_string(count++) + ".tmp";
-      file_ = Descriptor::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL, kNewFileMode);
-    } while (!file_ && errno == EEXIST);
-  }
-  ~Replacement() {
-    if (file_) unlink(path_.c_str());
-  }
-  Replacement(const Replacement&) = delete;
-  Replacement& operator=(const Replacement&) = delete;
-
-  const Descriptor& file() const { return file_; }
-  bool takePlaceOf(const std::string& path) {
-    if (std::rename(path_.c_str(), path.c_str()) != 0) return false;
-    file_.reset();
-    return true;
-  }
-
- private:
-  std::string path_;
-  Descriptor file_;
-};
-
 // The path behind any symbolic links at its end; the last of them, when it leads nowhere, is the file to be made.
 std::string withoutLinks(std::string path) {
   constexpr int kMostLinks = 40;
@@ -106,10 +76,10 @@ bool writeAtomically(const std::string& path, CFDataRef data) {
   if (!isThere && errno != ENOENT) return false;
   // A folder, device or FIFO would stop being what it is.
   if (isThere && !S_ISREG(facts.st_mode)) return false;
-  Replacement replacement(target.substr(0, target.rfind('/') + 1));
-  const Descriptor& file = replacement.file();
-  return file && replaceContent(file, data) && (!isThere || fchmod(file.get(), facts.st_mode & kPermissions) == 0) &&
-         fsync(file.get()) == 0 && replacement.takePlaceOf(target);
+  ReplacementFile replacement(target);
+  if (replacement.error() != 0) return false;
+  const Descriptor file = Descriptor::open(replacement.path().c_str(), O_WRONLY);
+  return file && replaceContent(file, data) && replacement.replace() == 0;
 }
 
 // Empty when the URL has none.

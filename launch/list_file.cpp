@@ -1,6 +1,6 @@
 #include "launch/list_file.h"
 
-#include "launch/replacement_file.h"
+#include "foundation/replacement_file.h"
 #include "platform/system/error_text.h"
 
 #include <plinth/exception.h>

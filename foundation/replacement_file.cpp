@@ -1,4 +1,4 @@
-#include "launch/replacement_file.h"
+#include "foundation/replacement_file.h"
 
 #include "platform/system/descriptor.h"
 
