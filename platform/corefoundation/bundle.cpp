@@ -69,7 +69,7 @@ CFBundleRef createBundle(const std::string& path, const std::string& program) {
   content->layout = bundleLayout(path);
   content->info = readInfoDictionary(content->layout.infoPath, content->infoStamp);
   content->infoWasSettled = content->infoStamp.isSettled();
-  CFBundleRef const bundle = create<CFBundleStorage>(kBundleClass, 0, content.get());
+  auto* const bundle = create<CFBundleStorage>(kBundleClass, 0, content.get());
   static_cast<void>(content.release());
   return bundle;
 }

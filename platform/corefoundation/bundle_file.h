@@ -29,7 +29,7 @@ struct FileStamp {
 };
 
 // A larger Info.plist or string table is taken for an attack.
-constexpr std::size_t kBundleFileLimit = 16 * 1024 * 1024;
+constexpr std::size_t kBundleFileLimit = std::size_t{16} * 1024 * 1024;
 
 // The whole content of a regular file of at most kBundleFileLimit bytes; nothing for anything else, such as a FIFO or a
 // directory, which is neither opened for long nor waited for. `stamp` (may be null) receives the state of the file

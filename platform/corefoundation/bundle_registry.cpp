@@ -170,12 +170,12 @@ CFBundleRef bundleWithIdentifier(std::string_view identifier) {
 CFArrayRef allBundles() {
   Registry& known = registry();
   const auto lock = lockWithImages(known);
-  CFBundleRef const main = mainBundleLocked(known);
+  CFBundleStorage* const main = mainBundleLocked(known);
   if (known.all) return known.all.get();
   Owned<CFMutableArrayRef> bundles(CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks));
   if (main != nullptr) CFArrayAppendValue(bundles.get(), main);
   for (Entry& entry : known.entries) {
-    if (CFBundleRef const bundle = give(entry); bundle != main) CFArrayAppendValue(bundles.get(), bundle);
+    if (CFBundleStorage* const bundle = give(entry); bundle != main) CFArrayAppendValue(bundles.get(), bundle);
   }
   known.all.reset(bundles.take());
   return known.all.get();
