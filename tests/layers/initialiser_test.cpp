@@ -43,7 +43,7 @@ std::vector<std::string> layerObjects() {
 }
 
 TEST(InitialiserTest, NoObjectOfTheLibraryRunsCodeAtLoadTime) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(TOVAN_SANITIZED)
   GTEST_SKIP() << "sanitizers add initialisers of their own to every object";
 #endif
   const std::vector<std::string> objects = layerObjects();
@@ -59,7 +59,7 @@ TEST(InitialiserTest, NoObjectOfTheLibraryRunsCodeAtLoadTime) {
 const std::string kInitialisedAtLoadTime = std::string(64, 'x');
 
 TEST(InitialiserTest, TheCheckSeesAnInitialiser) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(TOVAN_SANITIZED)
   GTEST_SKIP() << "sanitizers add initialisers of their own to every object";
 #endif
   ASSERT_EQ(kInitialisedAtLoadTime.size(), 64U);

@@ -10,7 +10,7 @@ namespace {
 
 using namespace test;
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if defined(TOVAN_SANITIZED)
 constexpr int kFlushes = 2000;  // the same paths, at the pace of a sanitizer
 #else
 constexpr int kFlushes = 100000;
