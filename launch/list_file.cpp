@@ -8,7 +8,9 @@
 #include <CoreFoundation/CFStream.h>
 #include <CoreFoundation/CFURL.h>
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <string>
@@ -71,11 +73,14 @@ void writeThroughStream(const std::string& at, const CStringRef& path, CFPropert
   if (written <= 0) throwCannotWrite(path, reason);
 }
 
-// Whether another file may take this one's place: it is a regular file, or there is nothing at all. Everything else
-// (a folder, a FIFO, a link that leads nowhere) is the stream's to refuse or to create.
+// Whether another file may take this one's place: it is a regular file that this process may write, or there is nothing
+// at all. Everything else (a protected file, a folder, a FIFO, a link that leads nowhere) is the stream's to refuse or
+// to create.
 bool isReplaceable(const std::string& path) {
   struct stat info {};
-  if (::stat(path.c_str(), &info) == 0) return S_ISREG(info.st_mode);
+  if (::stat(path.c_str(), &info) == 0) {
+    return S_ISREG(info.st_mode) && ::faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) == 0;
+  }
   return errno == ENOENT && ::lstat(path.c_str(), &info) != 0;
 }
 

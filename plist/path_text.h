@@ -11,10 +11,11 @@ namespace tovan {
 // UTF-8; empty for null.
 inline std::string pathText(CFStringRef path) { return path == nullptr ? std::string() : plinth::CSTR(path)->str(); }
 
-// A leading "~/" expanded. Without a home folder the path stays as it is.
+// A copy with a leading "~/" expanded, null of null. Without a home folder the path stays as it is.
 inline plinth::CSharedCFRef<CFStringRef> expandedPath(CFStringRef path) {
+  if (path == nullptr) return nullptr;
   const plinth::CSharedCFRef<CFStringRef> expanded(CFileUtil::expandTildeInPath(path));
-  return expanded.isNull() ? plinth::CSharedCFRef<CFStringRef>::retaining(path) : expanded;
+  return CFStringCreateCopy(kCFAllocatorDefault, expanded.isNull() ? path : expanded.get());
 }
 
 }  // namespace tovan

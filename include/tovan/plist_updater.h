@@ -8,8 +8,9 @@
 // replaced whole by a merge.
 //
 // A file is written beside its old content and put in its place when it is complete: a full disk or a kill in mid-write
-// leaves the old file, and a reader sees the old list or the new one. The file keeps its permissions, a symbolic link
-// is followed. Where the folder takes no new files, an existing file is written in place.
+// leaves the old file (the kill also the hidden ".tovan-PID-NUMBER" beside it), and a reader sees the old list or the
+// new one. The file keeps its permissions, a symbolic link is followed, and one that this process may not write is not
+// replaced either. Where the folder takes no new files, an existing file is written in place.
 //
 // Failures are exceptions, listed at each operation; "%s" stands for the path. Those of every operation that takes a
 // list: CParamException "Property list not valid xml format" when the XML format cannot carry it.

@@ -131,7 +131,8 @@ class TOVAN_EXPORT CServiceCacheFile : public CPropertyListFile<CServiceCacheEnt
 
   // Reads the file; without the section the entries stay as they are. True; a failure throws.
   bool refresh();
-  // Writes the entries; all other sections of the file stay as they are there.
+  // Writes the entries; all other sections of the file stay as they are there. While the lock is held they do not: see
+  // the head of property_list_basic_file.h.
   void flush() const;
 
   // CServiceCacheEntry::updateRuntimeServicePath() of every entry.

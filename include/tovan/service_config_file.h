@@ -69,7 +69,8 @@ class TOVAN_EXPORT CServiceConfigFile : public CPropertyListFile<CServiceConfigE
 
   // Reads the file. Where it holds nothing about the service, the entries stay as they are. True; a failure throws.
   bool refresh();
-  // Writes the entries; all other services and all other sections of the file stay as they are there.
+  // Writes the entries; all other services and all other sections of the file stay as they are there. While the lock is
+  // held they do not: see the head of property_list_basic_file.h.
   void flush() const;
 
  private:

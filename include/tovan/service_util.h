@@ -32,9 +32,9 @@ class TOVAN_EXPORT CServiceUtil {
                                                           const CServiceConfigEntry& config, long instance);
 
   // Sets up the standard streams of a service process: input from /dev/null, and when the cluster configuration names a
-  // "StdoutPath", output and errors appended to that file, which is created when missing with mode 0666. What cannot be
-  // opened leaves its stream as it was. Changes the process's file-creation mask for a moment: call it before starting
-  // threads.
+  // "StdoutPath" (a leading "~/" is expanded), output and errors appended to that file, which is created when missing
+  // with mode 0666. What cannot be opened leaves its stream as it was. Changes the process's file-creation mask for a
+  // moment: call it before starting threads.
   static void setupStdStreams();
 };
 

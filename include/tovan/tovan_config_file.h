@@ -59,7 +59,8 @@ class TOVAN_EXPORT CTovanConfigFile : public CPropertyListBasicFile {
   void fromPropertyList(CFDictionaryRef section);
   // A new section.
   plinth::CSharedCFRef<CFDictionaryRef> toPropertyList() const;
-  // Writes the section into the file; all other sections stay as they are there.
+  // Writes the section into the file; all other sections stay as they are there. While the lock is held they do not:
+  // see the head of property_list_basic_file.h.
   void flush() const;
 
   // The settings, by key. A copy is empty when the setting is null or there is none of that key.

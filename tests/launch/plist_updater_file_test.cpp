@@ -305,6 +305,26 @@ TEST_F(CPListUpdaterFileTest, AFileThatMayNotBeWrittenIsNotReplaced) {
   EXPECT_EQ(countIn(folder_), 1) << "something was left behind";
 }
 
+TEST_F(CPListUpdaterFileTest, AFileOfSomebodyElseThatMayNotBeWrittenIsNotReplaced) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root, to write as somebody who does not own the file";
+  ASSERT_EQ(::chmod(folder_.c_str(), 0777), 0);
+  ASSERT_EQ(::chmod(test::scratchHome().c_str(), 0755), 0);
+  for (const mode_t mode : {0644, 0600}) {
+    writeXML(version("1"));
+    ASSERT_EQ(::chmod(path_.c_str(), mode), 0);
+    const int status = inChild([&] {
+      if (::setuid(65534) != 0) return 1;
+      const CPListUpdater updater(nullptr);
+      const std::string message =
+          thrownBy<CParamException>([&] { updater.writeFile(file_, dict(version("2")).get()); });
+      return message == "Couldn't open write stream to file " + path_ + ", error = 13" ? 0 : 2;
+    });
+    EXPECT_EQ(status, 0) << "1: cannot become nobody; 2: another message; with mode " << std::oct << mode;
+    EXPECT_TRUE(isDict(version("1"), CPListUpdater(file_).plistData())) << "with mode " << std::oct << mode;
+    EXPECT_EQ(countIn(folder_), 1) << "something was left behind";
+  }
+}
+
 TEST_F(CPListUpdaterFileTest, AReaderSeesTheOldListOrTheNewOne) {
   constexpr int kWrites = 200;
   const auto small = dict(version("1"));

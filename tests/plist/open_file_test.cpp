@@ -94,6 +94,25 @@ TEST_F(OpenFileTest, AnOpenThatFailsNamesTheFileAndTheReason) {
                 "): can't get write file lock, error = Not a directory");
 }
 
+TEST_F(OpenFileTest, TheLastErrorIsThatOfTheLastOpen) {
+  const std::string below = scratchFolder("below") + "/folder";
+  makeFolders(below);
+  for (const int mode : {1, 2}) {
+    writeFile(below + "/file.plist", document(""));
+    const auto file = makeShared<COpenFile>(str(below + "/file.plist").get(), mode);
+    ASSERT_TRUE(file->close());
+    std::filesystem::rename(below, below + ".away");
+    writeFile(below, "");
+    EXPECT_NE(thrownBy([&] { file->open(); }).find("Not a directory"), std::string::npos) << "mode " << mode;
+    EXPECT_EQ(file->lastError(), ENOTDIR) << "mode " << mode;
+    EXPECT_EQ(file->descriptor(), -1) << "mode " << mode;
+    std::filesystem::remove(below);
+    std::filesystem::rename(below + ".away", below);
+    EXPECT_TRUE(file->open()) << "mode " << mode;
+    EXPECT_EQ(file->lastError(), 0) << "mode " << mode;
+  }
+}
+
 TEST_F(OpenFileTest, AnAdoptedDescriptorIsClosedWithTheFile) {
   writeFile(path, document(""));
   const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
@@ -125,6 +144,16 @@ TEST_F(OpenFileTest, TheLockLastsAsLongAsItsLastReference) {
   EXPECT_FALSE(couldLock(LOCK_SH)) << "a reference is still held";
   second = nullptr;
   EXPECT_TRUE(couldLock(LOCK_EX));
+}
+
+TEST_F(OpenFileTest, ReadersDoNotWaitForOneAnother) {
+  writeFile(path, document("<key>a</key><true/>"));
+  const CPropertyListBasicFile holder(cfPath.get(), 1);
+  ASSERT_FALSE(holder.fileLock().isNull());
+  ::alarm(20);  // a reader that waited would wait for ever
+  EXPECT_EQ(describe(CPropertyListBasicFile(cfPath.get()).toPropertyList()), "{a: true}");
+  EXPECT_FALSE(CPropertyListBasicFile(cfPath.get(), 1).fileLock().isNull());
+  ::alarm(0);
 }
 
 TEST_F(OpenFileTest, AWaiterIsWokenByTheUnlock) {

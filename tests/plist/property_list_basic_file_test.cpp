@@ -1,10 +1,12 @@
 #include <tovan/property_list_basic_file.h>
 
 #include <sys/stat.h>
+#include <sys/wait.h>
 
 #include <filesystem>
 
 #include "tests/plist/plist_support.h"
+#include "tests/support/failing_system_call.h"
 
 namespace {
 
@@ -298,6 +300,41 @@ TEST_F(PropertyListBasicFileTest, ADirectoryInTheFilesPlaceCannotBeReadOrWritten
   EXPECT_NE(console.find(thrown.substr(3)), std::string::npos) << console;
   EXPECT_EQ(thrownBy([&] { file.lockForRW(); }), "4: CPropertyListBasicFile::COpenFile::open[" + pid() + "](RW, " +
                                                      path + "): can't get write file lock, error = Is a directory");
+}
+
+TEST_F(PropertyListBasicFileTest, AFileThatGivesFewerBytesThanItHasCannotBeRead) {
+  // The kernel gives such files the size of a page, whatever there is to read.
+  const std::string shorter = "/sys/devices/system/cpu/online";
+  if (!exists(shorter) || std::filesystem::file_size(shorter) == readFile(shorter).size()) {
+    GTEST_SKIP() << "needs the kernel's list of processors";
+  }
+  std::string thrown;
+  consoleOf([&] { thrown = thrownBy([&] { CPropertyListBasicFile file(str(shorter).get()); }); });
+  EXPECT_EQ(thrown, "4: CPropertyListBasicFile::refresh[" + pid() + "](" + shorter +
+                        "): can't read file, error = Input/output error");
+}
+
+TEST_F(PropertyListBasicFileTest, ATruncationThatFailsIsAnErrorAndTheNewDocumentStands) {
+  writeFile(path, document("<key>a</key><string>" + std::string(5000, 'x') + "</string>"));
+  const std::string report = folder + "/report";
+  const pid_t child = ::fork();
+  if (child == 0) {
+    const CPropertyListBasicFile file(cfPath.get());
+    if (!makeFtruncateFail(EPERM)) ::_exit(1);
+    std::string thrown;
+    const std::string console =
+        consoleOf([&] { thrown = thrownBy([&] { file.writePropertyList(dict("<key>b</key><true/>").get()); }); });
+    const bool isOnConsole = thrown.size() > 3 && console.find(thrown.substr(3)) != std::string::npos;
+    writeFile(report, thrown);
+    ::_exit(isOnConsole ? 0 : 2);
+  }
+  int status = -1;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFEXITED(status)) << status;
+  EXPECT_EQ(WEXITSTATUS(status), 0) << "1: the kernel takes no filter; 2: the failure is not on the console";
+  EXPECT_EQ(readFile(report), "4: CPropertyListBasicFile::writePropertyList[" + std::to_string(child) + "](" + path +
+                                  "): can't truncate file, error = Operation not permitted");
+  EXPECT_EQ(describe(CPropertyListBasicFile(cfPath.get()).toPropertyList()), "{b: true}");
 }
 
 TEST_F(PropertyListBasicFileTest, AFifoInTheFilesPlaceIsAnErrorAndBlocksNobody) {

@@ -292,6 +292,15 @@ TEST_F(ServicePIDFileTest, ThreadsRegisteringAtTheSameTimeAllEndUpInTheFile) {
   }
 }
 
+TEST_F(ServicePIDFileTest, ThePathIsACopy) {
+  const CSharedCFRef<CFMutableStringRef> given = CFStringCreateMutableCopy(kCFAllocatorDefault, 0, cfPath.get());
+  CServicePIDFile file(CFSTR("k"), given.get());
+  CFStringAppend(given.get(), CFSTR(".other"));
+  EXPECT_EQ(utf8(file.filePath()), path);
+  file.put({17});
+  EXPECT_EQ(describeFile(path), "{k: [17]}");
+}
+
 TEST_F(ServicePIDFileTest, TheDefaultPathIsThePidFile) {
   EXPECT_EQ(utf8(CServicePIDFile(CFSTR("k")).filePath()),
             scratchHome() + "/Library/Application Support/Lumisphere/LumispherePID.plist");

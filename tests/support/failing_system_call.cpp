@@ -7,7 +7,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <iterator>
 
 namespace test {
 namespace {
@@ -15,6 +14,12 @@ namespace {
 // Both calls are prlimit64(pid, resource, new, old): getrlimit passes no new limit, setrlimit no old one.
 constexpr std::uint32_t kNewLimit = 2;
 constexpr std::uint32_t kOldLimit = 3;
+
+template <std::size_t count>
+bool install(sock_filter (&steps)[count]) {
+  const sock_fprog program{static_cast<unsigned short>(count), steps};
+  return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+}
 
 // Fails prlimit64 when the argument, a pointer, is null.
 bool failLimitCallWithout(std::uint32_t argument, int error) {
@@ -30,13 +35,22 @@ bool failLimitCallWithout(std::uint32_t argument, int error) {
       BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<std::uint32_t>(error)),
       BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
   };
-  const sock_fprog program{static_cast<unsigned short>(std::size(steps)), steps};
-  return prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+  return install(steps);
 }
 
 }  // namespace
 
 bool makeGetrlimitFail(int error) { return failLimitCallWithout(kNewLimit, error); }
 bool makeSetrlimitFail(int error) { return failLimitCallWithout(kOldLimit, error); }
+
+bool makeFtruncateFail(int error) {
+  sock_filter steps[] = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_ftruncate, 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<std::uint32_t>(error)),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+  };
+  return install(steps);
+}
 
 }  // namespace test

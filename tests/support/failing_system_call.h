@@ -3,9 +3,10 @@
 
 namespace test {
 
-// From now on getrlimit, or setrlimit, of this process and its children fails with the error. There is no way back:
-// call it in a forked child. False when the kernel refuses the filter.
+// From now on getrlimit, setrlimit or ftruncate of this process and its children fails with the error. There is no way
+// back: call it in a forked child. False when the kernel refuses the filter.
 bool makeGetrlimitFail(int error);
 bool makeSetrlimitFail(int error);
+bool makeFtruncateFail(int error);
 
 }  // namespace test
