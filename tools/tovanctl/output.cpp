@@ -8,20 +8,12 @@
 
 namespace tovanctl {
 
-namespace {
-
-std::string document(const Json& members, int indentation) {
+void printJson(const Json& members) {
   Json document = Json::object();
   document["schema"] = kSchema;
   for (const auto& [name, value] : members.items()) document[name] = value;
-  return document.dump(indentation, ' ', false, Json::error_handler_t::replace) + "\n";
+  print(document.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
 }
-
-}  // namespace
-
-void printJson(const Json& members) { print(document(members, 2)); }
-
-void printJsonLine(const Json& members) { print(document(members, -1)); }
 
 void print(const std::string& text) { std::fwrite(text.data(), 1, text.size(), stdout); }
 
