@@ -24,11 +24,14 @@ target_include_directories(tovan_headers INTERFACE "${CMAKE_SOURCE_DIR}/include"
 target_link_libraries(tovan_headers INTERFACE tovan_platform_headers)
 
 tovan_add_layer(tovan_corefoundation platform/corefoundation
-  tovan_platform_headers PkgConfig::PLIST PkgConfig::URIPARSER PkgConfig::UUID Threads::Threads)
+  tovan_platform_headers PkgConfig::PLIST PkgConfig::URIPARSER PkgConfig::UUID PkgConfig::SYSTEMD Threads::Threads)
 tovan_add_layer(tovan_system platform/system tovan_platform_headers Threads::Threads)
 tovan_add_layer(tovan_foundation foundation tovan_headers PkgConfig::EXPAT)
 tovan_add_layer(tovan_plist plist tovan_headers)
+tovan_add_layer(tovan_notify notify tovan_headers)
 tovan_add_layer(tovan_launch launch tovan_headers)
 tovan_add_layer(tovan_control control tovan_headers)
+file(RELATIVE_PATH adapters_beside_library "/${TOVAN_LIB_DIR}" "/${TOVAN_ADAPTERS_DIR}")
+target_compile_definitions(tovan_system PRIVATE TOVAN_ADAPTERS_BESIDE_LIBRARY="${adapters_beside_library}")
 target_compile_definitions(tovan_foundation PRIVATE
   TOVAN_FRAMEWORKS_INSTALL_PATH="${CMAKE_INSTALL_PREFIX}/${TOVAN_FRAMEWORKS_DIR}/")

@@ -2,6 +2,7 @@
 set(TOVAN_LIB_DIR "lib")
 set(TOVAN_BIN_DIR "bin")
 set(TOVAN_FRAMEWORKS_DIR "lib/tovan/Frameworks")
+set(TOVAN_ADAPTERS_DIR "lib/tovan/bin")
 set(TOVAN_MERVANE_DIR "${TOVAN_FRAMEWORKS_DIR}/Mervane.framework")
 set(TOVAN_LUMISPHERE_DIR "${TOVAN_FRAMEWORKS_DIR}/Lumisphere.framework")
 set(TOVAN_CORE_FRAMEWORK_DIR "${TOVAN_MERVANE_DIR}/Versions/A/Frameworks/TovanCore.framework")

@@ -1,32 +1,19 @@
 #include <tovan/service_installation.h>
 
 #include "control/bundle_entry.h"
+#include "control/file_change.h"
+#include "control/launch_agent.h"
 
-#include <tovan/launchctl_plist.h>
-#include <tovan/plist_updater.h>
 #include <tovan/service_cache_file.h>
 #include <tovan/service_util.h>
 
-#include <plinth/shared_object.h>
-
 #include <optional>
 
-using tovan::CLaunchCtlPList;
-using tovan::CPListUpdater;
 using tovan::CServiceCacheEntry;
 using tovan::CServiceCacheFile;
 using tovan::CServiceUtil;
 
 namespace {
-
-// Takes the exclusive lock and reads the entries again under it; unlock() or the end of the file object gives it back.
-// A flush that finds the lock held writes the document in memory, and a refresh leaves just the section there, so the
-// whole file is put back as the document.
-void beginChange(CServiceCacheFile& file) {
-  file.lockForRW();
-  file.refresh();
-  file.CPropertyListBasicFile::refresh();
-}
 
 // Whether the entry is to take the place of the one that is installed. It takes over that one's number of instances
 // either way, which is the user's.
@@ -40,7 +27,7 @@ bool replacesInstalled(const CServiceCacheFile& file, CServiceCacheEntry& entry)
 // Whether the entry was written. Looks before it locks, since locking creates the file and needs leave to write it.
 bool store(CServiceCacheFile& file, CServiceCacheEntry& entry) {
   if (!replacesInstalled(file, entry)) return false;
-  beginChange(file);
+  tovan::beginChange(file);
   const bool stored = replacesInstalled(file, entry);
   if (stored) {
     file.put(entry);
@@ -50,24 +37,16 @@ bool store(CServiceCacheFile& file, CServiceCacheEntry& entry) {
   return stored;
 }
 
-// One description per instance. An older one is not read: it is replaced whole, and may be damaged.
 void writeJobDescriptions(const CServiceCacheEntry& entry) {
   const std::int32_t count = CServiceCacheEntry::ConvertToRealInstanceCount(entry.instances);
-  for (std::int32_t i = 0; i < count; ++i) {
-    const auto instance = static_cast<unsigned int>(i);
-    const auto path = CLaunchCtlPList::expandedPListFilePathForService(entry, instance);
-    const auto job = plinth::makeShared<CPListUpdater>(path, CPListUpdater::Reading::never);
-    job->setPListData(CLaunchCtlPList::plistDataForService(entry, instance).get());
-    job->makeParentDirIfNeeded(0755);
-    job->flush();
-  }
+  for (std::int32_t i = 0; i < count; ++i) tovan::writeJobDescription(entry, static_cast<unsigned int>(i));
 }
 
 bool setEnabled(CFStringRef name, bool enabled) {
   CServiceCacheFile file;
   CServiceCacheEntry entry;
   if (name == nullptr || !file.get(name, entry)) return false;
-  beginChange(file);
+  tovan::beginChange(file);
   if (!file.get(name, entry)) return false;
   entry.enabled = enabled;
   file.put(entry);
@@ -97,7 +76,7 @@ bool removeService(CFStringRef name) {
   CServiceCacheFile file;
   CServiceCacheEntry entry;
   if (name == nullptr || !file.get(name, entry)) return false;
-  beginChange(file);
+  tovan::beginChange(file);
   if (!file.remove(name)) return false;
   file.flush();
   return true;

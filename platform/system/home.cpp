@@ -1,11 +1,12 @@
 #include "platform/system/home.h"
 
-#include <pwd.h>
+#include "platform/system/user_database.h"
+
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdlib>
-#include <vector>
+#include <optional>
+#include <utility>
 
 namespace platform {
 namespace {
@@ -16,14 +17,8 @@ std::string absolutePathIn(const char* variable) {
 }
 
 std::string passwordEntryHome(uid_t user) {
-  std::vector<char> buffer(1024);
-  passwd entry;
-  passwd* found = nullptr;
-  int failure;
-  while ((failure = ::getpwuid_r(user, &entry, buffer.data(), buffer.size(), &found)) == ERANGE || failure == EINTR) {
-    if (failure == ERANGE) buffer.resize(buffer.size() * 2);
-  }
-  return found != nullptr && found->pw_dir != nullptr && found->pw_dir[0] == '/' ? found->pw_dir : "";
+  const std::optional<UserEntry> entry = findUser(user);
+  return entry && entry->home.rfind('/', 0) == 0 ? entry->home : "";
 }
 
 std::string withoutSlashesAtEnd(std::string path) {

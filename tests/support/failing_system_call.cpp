@@ -43,14 +43,16 @@ bool failLimitCallWithout(std::uint32_t argument, int error) {
 bool makeGetrlimitFail(int error) { return failLimitCallWithout(kNewLimit, error); }
 bool makeSetrlimitFail(int error) { return failLimitCallWithout(kOldLimit, error); }
 
-bool makeFtruncateFail(int error) {
+bool makeSystemCallFail(long number, int error) {
   sock_filter steps[] = {
       BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_ftruncate, 0, 1),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<std::uint32_t>(number), 0, 1),
       BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<std::uint32_t>(error)),
       BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
   };
   return install(steps);
 }
+
+bool makeFtruncateFail(int error) { return makeSystemCallFail(SYS_ftruncate, error); }
 
 }  // namespace test

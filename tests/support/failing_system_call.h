@@ -8,5 +8,7 @@ namespace test {
 bool makeGetrlimitFail(int error);
 bool makeSetrlimitFail(int error);
 bool makeFtruncateFail(int error);
+// The same for a system call by its number, whatever its arguments are.
+bool makeSystemCallFail(long number, int error);
 
 }  // namespace test

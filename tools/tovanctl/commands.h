@@ -3,11 +3,20 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <string>
 
 namespace tovanctl {
 
+void addLifecycleCommands(CLI::App& app);
 void addServiceCommands(CLI::App& app);
+// The verbs of `service` that act on what runs.
+void addServiceRunCommands(CLI::App& service);
 void addConfigCommands(CLI::App& app);
 void addJobCommands(CLI::App& app);
+void addNotifyCommands(CLI::App& app);
+void addDoctorCommand(CLI::App& app);
+
+// --timeout SECONDS, at most a day.
+void addTimeout(CLI::App& command, double& seconds, const std::string& help);
 
 }  // namespace tovanctl

@@ -8,10 +8,11 @@ namespace tovanctl {
 
 enum ExitCode : int {
   kSuccess = 0,
-  kFailed = 1,       // the library reported a failure: a file, a lock, a value in a file
-  kUsage = 2,        // the command line is wrong, or a value has the wrong type
+  kFailed = 1,  // the library reported a failure, something did not come up or end in time, or doctor found something
+  kUsage = 2,   // the command line is wrong, or a value has the wrong type
   kUnknownName = 3,  // no such service, setting or instance
   kBadBundle = 4,    // the bundle cannot be installed as a service
+  kTimedOut = 5,     // notify watch saw fewer notifications than it was to wait for
 };
 
 // Ends a command with a message on standard error.

@@ -5,12 +5,12 @@
 #include <tovan/launchctl_plist.h>
 #include <tovan/service_cache_file.h>
 #include <tovan/service_installation.h>
-#include <tovan/service_util.h>
 
 #include <climits>
 #include <cstdlib>
 
 #include "tools/tovanctl/exit_code.h"
+#include "tools/tovanctl/jobs.h"
 #include "tools/tovanctl/output.h"
 #include "tools/tovanctl/services.h"
 #include "tools/tovanctl/values.h"
@@ -78,7 +78,7 @@ std::string kindOfUsableBundle(CFURLRef url) {
 }
 
 void reportJobs(const tovan::CServiceCacheEntry& entry) {
-  if (tovan::CServiceUtil::launchFlagForService(entry) != tovan::CServiceUtil::kLaunchedByLaunchd) {
+  if (!startedByLaunchd(entry)) {
     print("  the daemon starts it\n");
     return;
   }

@@ -2,6 +2,7 @@
 #include <plinth/exception.h>
 #include <tovan/version.h>
 
+#include <cstdio>
 #include <exception>
 #include <string>
 
@@ -20,16 +21,28 @@ std::string versionLine() {
   return version;
 }
 
+}  // namespace
+
+void addTimeout(CLI::App& command, double& seconds, const std::string& help) {
+  command.add_option("--timeout", seconds, help)->check(CLI::Range(0.0, 86400.0))->capture_default_str();
+}
+
+namespace {
+
 int run(int argc, char** argv) {
-  CLI::App app("Reads and changes what the TovanCore library keeps", "tovanctl");
+  CLI::App app("Runs the services of this user's cluster, and reads and changes what the TovanCore library keeps",
+               "tovanctl");
   app.require_subcommand(1);
   app.set_version_flag("--version", versionLine());
   app.footer(
       "Exit codes: 0 done, 1 the library reported a failure, 2 wrong command line or value,\n"
       "3 no such service, setting or instance, 4 the bundle cannot be installed.");
+  addLifecycleCommands(app);
   addServiceCommands(app);
   addConfigCommands(app);
   addJobCommands(app);
+  addNotifyCommands(app);
+  addDoctorCommand(app);
   try {
     app.parse(argc, argv);
     finishOutput();
@@ -37,9 +50,11 @@ int run(int argc, char** argv) {
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? kSuccess : kUsage;
   } catch (const CommandError& error) {
+    std::fflush(stdout);  // what was done so far comes before what went wrong
     message(error.what());
     return error.code();
   } catch (const plinth::CException& error) {
+    std::fflush(stdout);
     message(error.what());
     return kFailed;
   }

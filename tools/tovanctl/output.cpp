@@ -8,12 +8,20 @@
 
 namespace tovanctl {
 
-void printJson(const Json& members) {
+namespace {
+
+std::string document(const Json& members, int indentation) {
   Json document = Json::object();
   document["schema"] = kSchema;
   for (const auto& [name, value] : members.items()) document[name] = value;
-  print(document.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
+  return document.dump(indentation, ' ', false, Json::error_handler_t::replace) + "\n";
 }
+
+}  // namespace
+
+void printJson(const Json& members) { print(document(members, 2)); }
+
+void printJsonLine(const Json& members) { print(document(members, -1)); }
 
 void print(const std::string& text) { std::fwrite(text.data(), 1, text.size(), stdout); }
 

@@ -1,7 +1,6 @@
 #include <plinth/plinth.h>
 #include <tovan/service_cache_file.h>
 #include <tovan/service_installation.h>
-#include <tovan/service_util.h>
 
 #include <memory>
 #include <string>
@@ -10,6 +9,7 @@
 #include "tools/tovanctl/commands.h"
 #include "tools/tovanctl/exit_code.h"
 #include "tools/tovanctl/install_command.h"
+#include "tools/tovanctl/jobs.h"
 #include "tools/tovanctl/output.h"
 #include "tools/tovanctl/services.h"
 #include "tools/tovanctl/settings.h"
@@ -20,10 +20,6 @@ namespace {
 
 using tovan::CServiceCacheEntry;
 using tovan::CServiceCacheFile;
-
-bool startedByLaunchd(const CServiceCacheEntry& entry) {
-  return tovan::CServiceUtil::launchFlagForService(entry) == tovan::CServiceUtil::kLaunchedByLaunchd;
-}
 
 Json summary(const CServiceCacheEntry& entry) {
   Json object = Json::object();
@@ -143,7 +139,7 @@ void addReadingVerbs(CLI::App& service, const std::shared_ptr<Arguments>& argume
 
 void addServiceCommands(CLI::App& app) {
   const auto arguments = std::make_shared<Arguments>();
-  CLI::App& service = *app.add_subcommand("service", "Install, remove, enable and look at services");
+  CLI::App& service = *app.add_subcommand("service", "Install, enable, start, stop, restart and look at services");
   service.require_subcommand(1);
 
   CLI::App* const install = service.add_subcommand("install", "Install service bundles");
@@ -159,9 +155,12 @@ void addServiceCommands(CLI::App& app) {
   setCommand->callback([arguments] { set(arguments->name, arguments->key, arguments->value); });
 
   addChangingVerb(service, arguments, "remove", "Take a service out of the registry", removeService, "removed");
-  addChangingVerb(service, arguments, "enable", "Let a service run", enableService, "enabled");
-  addChangingVerb(service, arguments, "disable", "Keep a service from running", disableService, "disabled");
+  addChangingVerb(service, arguments, "enable", "Let a service run, from the next sync on", enableService, "enabled");
+  addChangingVerb(service, arguments, "disable", "Keep a service from running, from the next sync on", disableService,
+                  "disabled");
   addChangingVerb(service, arguments, "reset", "Put a service back to disabled", resetServiceEntry, "reset (disabled)");
+
+  addServiceRunCommands(service);
 }
 
 }  // namespace tovanctl

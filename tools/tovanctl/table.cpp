@@ -25,23 +25,30 @@ std::string onOneLine(std::string cell) {
 
 }  // namespace
 
+std::string styled(const std::string& text, Style style, bool colour) {
+  static constexpr const char* kStarts[] = {"", "\x1b[1m", "\x1b[32m", "\x1b[33m", "\x1b[31m"};
+  if (!colour || style == Style::plain) return text;
+  return kStarts[static_cast<int>(style)] + text + "\x1b[0m";
+}
+
 std::string Table::render(bool colour) const {
   std::vector<std::size_t> widths;
-  for (const auto& row : rows_) {
-    widths.resize(std::max(widths.size(), row.size()));
-    for (std::size_t column = 0; column < row.size(); ++column) {
-      widths[column] = std::max(widths[column], width(row[column]));
+  for (const Row& row : rows_) {
+    widths.resize(std::max(widths.size(), row.cells.size()));
+    for (std::size_t column = 0; column < row.cells.size(); ++column) {
+      widths[column] = std::max(widths[column], width(row.cells[column]));
     }
   }
   std::string out;
-  for (std::size_t number = 0; number < rows_.size(); ++number) {
+  for (const Row& row : rows_) {
     std::string line;
-    for (std::size_t column = 0; column < rows_[number].size(); ++column) {
-      const std::string cell = onOneLine(rows_[number][column]);
-      line += cell;
-      if (column + 1 < rows_[number].size()) line += std::string(widths[column] - width(cell) + 2, ' ');
+    for (std::size_t column = 0; column < row.cells.size(); ++column) {
+      const std::string cell = onOneLine(row.cells[column]);
+      const bool isLast = column + 1 == row.cells.size();
+      line += isLast && row.style != Style::heading ? styled(cell, row.style, colour) : cell;
+      if (!isLast) line += std::string(widths[column] - width(cell) + 2, ' ');
     }
-    out += number == 0 && colour ? "\x1b[1m" + line + "\x1b[0m\n" : line + "\n";
+    out += (row.style == Style::heading ? styled(line, Style::heading, colour) : line) + "\n";
   }
   return out;
 }

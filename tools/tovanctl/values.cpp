@@ -1,7 +1,11 @@
 #include "tools/tovanctl/values.h"
 
+#include <fmt/format.h>
+
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <vector>
 
 #include "tools/tovanctl/exit_code.h"
@@ -24,24 +28,34 @@ std::string base64(const UInt8* bytes, std::size_t length) {
   return out;
 }
 
-Json jsonOfNumber(CFNumberRef number) {
-  if (CFNumberIsFloatType(number)) {
-    double real = 0;
-    CFNumberGetValue(number, kCFNumberDoubleType, &real);
-    return real;
-  }
-  std::int64_t integer = 0;
-  CFNumberGetValue(number, kCFNumberSInt64Type, &integer);
-  return integer;
+Json jsonOfReal(double real) {
+  if (std::isfinite(real)) return real;
+  return Json{{"real", std::isnan(real) ? "nan" : real > 0 ? "inf" : "-inf"}};
 }
 
+Json jsonOfNumber(CFNumberRef number) {
+  double real = 0;
+  if (CFNumberIsFloatType(number)) {
+    CFNumberGetValue(number, kCFNumberDoubleType, &real);
+    return jsonOfReal(real);
+  }
+  std::int64_t integer = 0;
+  if (CFNumberGetValue(number, kCFNumberSInt64Type, &integer)) return integer;
+  // An unsigned number beyond the signed ones: only its digits tell it exactly.
+  const plinth::CSharedCFRef<CFStringRef> digits(CFStringCreateWithFormat(nullptr, nullptr, CFSTR("%@"), number));
+  return std::strtoull(text(digits.get()).c_str(), nullptr, 10);
+}
+
+// "2026-11-20T18:00:00Z", with the fraction of the second down to microseconds when there is one.
 Json jsonOfDate(CFDateRef date) {
-  const CFGregorianDate day = CFAbsoluteTimeGetGregorianDate(CFDateGetAbsoluteTime(date), nullptr);
-  const plinth::CSharedCFRef<CFStringRef> line(
-      CFStringCreateWithFormat(nullptr, nullptr, CFSTR("%04d-%02d-%02dT%02d:%02d:%02dZ"), static_cast<int>(day.year),
-                               static_cast<int>(day.month), static_cast<int>(day.day), static_cast<int>(day.hour),
-                               static_cast<int>(day.minute), static_cast<int>(day.second)));
-  return Json{{"date", text(line.get())}};
+  const CFAbsoluteTime at = std::round(CFDateGetAbsoluteTime(date) * 1e6) / 1e6;
+  const CFGregorianDate day = CFAbsoluteTimeGetGregorianDate(at, nullptr);
+  const double fraction = at - std::floor(at);
+  std::string second = fmt::format("{:02}", static_cast<int>(day.second));
+  if (fraction >= 5e-7) second += fmt::format("{:.6f}", fraction).substr(1);
+  return Json{{"date", fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{}Z", static_cast<int>(day.year),
+                                   static_cast<int>(day.month), static_cast<int>(day.day), static_cast<int>(day.hour),
+                                   static_cast<int>(day.minute), second)}};
 }
 
 Json jsonOfDictionary(CFDictionaryRef dictionary) {
@@ -84,6 +98,12 @@ plinth::CSharedCFRef<CFStringRef> string(const std::string& utf8) {
                                                                  kCFStringEncodingUTF8, FALSE));
   if (!made) throw CommandError(kUsage, "an argument is not valid UTF-8");
   return made;
+}
+
+plinth::CSharedCFRef<CFArrayRef> arrayOfStrings(const std::vector<std::string>& strings) {
+  const plinth::CSharedCFRef<CFMutableArrayRef> array(CFArrayCreateMutable(nullptr, 0, &kCFTypeArrayCallBacks));
+  for (const std::string& one : strings) CFArrayAppendValue(array.get(), string(one).get());
+  return array;
 }
 
 Json json(CFTypeRef value) {

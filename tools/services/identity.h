@@ -1,0 +1,17 @@
+// identity.h: what a service process is, from the information dictionary of the bundle that it lies in.
+#pragma once
+
+#include <CoreFoundation/CFString.h>
+#include <plinth/shared_cf_ref.h>
+
+namespace service {
+
+struct Identity {
+  plinth::CSharedCFRef<CFStringRef> kind;     // null when the program lies in no bundle that declares one
+  plinth::CSharedCFRef<CFStringRef> name;     // the bundle's name
+  plinth::CSharedCFRef<CFStringRef> version;  // the bundle's version
+};
+
+Identity ownIdentity();
+
+}  // namespace service
