@@ -29,6 +29,7 @@ tovan_add_layer(tovan_system platform/system tovan_platform_headers Threads::Thr
 tovan_add_layer(tovan_foundation foundation tovan_headers PkgConfig::EXPAT)
 tovan_add_layer(tovan_plist plist tovan_headers)
 tovan_add_layer(tovan_notify notify tovan_headers)
+tovan_add_layer(tovan_logging logging tovan_headers)
 tovan_add_layer(tovan_launch launch tovan_headers)
 tovan_add_layer(tovan_control control tovan_headers)
 file(RELATIVE_PATH adapters_beside_library "/${TOVAN_LIB_DIR}" "/${TOVAN_ADAPTERS_DIR}")

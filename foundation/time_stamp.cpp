@@ -4,9 +4,10 @@
 
 #include <CoreFoundation/CFTimeZone.h>
 
+#include "foundation/milliseconds.h"
+
 #include <algorithm>
 #include <chrono>
-#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <limits>
@@ -56,8 +57,7 @@ void findText(std::int64_t second, char (&text)[kSecondLength]) {
 Milliseconds rounded(CFAbsoluteTime time) {
   using namespace std::chrono;
   constexpr Milliseconds last = sys_days{10000y / January / 1} - sys_days{2001y / January / 1} - 1ms;
-  const double milliseconds = time * 1000.0;
-  return milliseconds < static_cast<double>(last.count()) ? Milliseconds(std::llround(milliseconds)) : last;
+  return time * 1000.0 < static_cast<double>(last.count()) ? Milliseconds(roundedMilliseconds(time)) : last;
 }
 
 }  // namespace

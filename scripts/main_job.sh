@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # The main job, from the first install to the last process gone: in a scratch home, installs the two sample services,
-# shows what was written, starts the daemon and the services, ends one of them by force and sees it come back, and takes
-# everything down again.
+# shows what was written, starts the daemon and the services, ends one of them by force and sees it come back, takes
+# everything down again, and shows what was logged meanwhile.
 # usage: main_job.sh BUILD_FOLDER HOME_FOLDER
 set -euo pipefail
 [[ $# -eq 2 ]] || { echo "usage: main_job.sh BUILD_FOLDER HOME_FOLDER" >&2; exit 2; }
@@ -102,7 +102,9 @@ if [[ -n $again ]]; then
   echo "The configuration file is byte for byte what it was before."
 fi
 
-say "2. Enabling them"
+say "2. Letting them log to files, which goes into their job descriptions, and enabling them"
+for service in "$job_controller" "$transcoder"; do "$tovanctl" service set "$service" Logging true; done
+"$tovanctl" service install
 for service in $("$tovanctl" service list --names); do "$tovanctl" service enable "$service"; done
 
 say "3. The services of this user"
@@ -123,6 +125,7 @@ done
 say "6. Read back by two readers that are not ours"
 "$here/read_back.py" "$config" "${jobs[@]}"
 
+began=$(date '+%Y-%m-%d %H:%M:%S')
 say "7. Starting the daemon and the services, on a message bus of this home's own"
 bus=$(dbus-daemon --session --fork --nopidfile --nosyslog --print-pid --address="$DBUS_SESSION_BUS_ADDRESS")
 "$tovanctl" doctor >"$TMPDIR/doctor" || { cat "$TMPDIR/doctor"; die "this host is not as it should be (above)"; }
@@ -158,6 +161,21 @@ await_end "$bus" 10 || die "the bus does not end"
 bus=
 echo
 echo "Nothing is left running: the daemon ($daemon), the services (${all[*]}), the job host and the bus are gone."
+
+say "10. What they logged, as a tree with durations"
+for service in mervaned "$job_controller" "$transcoder"; do
+  echo "--- $service"
+  "$tovanctl" log show "$service" --marks --since "$began"
+done
+for log in "$HOME"/Library/Logs/Lumisphere/*.log; do
+  { cat "$log" && echo '</logs>'; } |
+    python3 -c 'import sys, xml.dom.minidom; xml.dom.minidom.parse(sys.stdin.buffer)' || die "$log is not well-formed"
+done
+ended=$("$tovanctl" log show "$job_controller" --since "$began" --grep '^log-session$' --json |
+  python3 -c 'import json, sys; print([one["mark"] for one in json.load(sys.stdin)["records"]])')
+[[ $ended == "['begin', 'end']" ]] || die "the job controller's log has the session marks $ended"
+echo
+echo "Each log, with its end tag appended, is one XML document to a parser that is not ours."
 
 say "What happened"
 echo "- Both bundles lie in the framework tree of the build; their information dictionaries describe the services."

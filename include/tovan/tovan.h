@@ -12,8 +12,12 @@
 #include <tovan/dynamic_instances.h>
 #include <tovan/file_util.h>
 #include <tovan/framework_location.h>
+#include <tovan/global_logger.h>
 #include <tovan/launch_ctl.h>
 #include <tovan/launchctl_plist.h>
+#include <tovan/log_mark.h>
+#include <tovan/log_stream.h>
+#include <tovan/logger.h>
 #include <tovan/notification_names.h>
 #include <tovan/notifications.h>
 #include <tovan/plist_updater.h>

@@ -2,15 +2,14 @@
 
 #include "platform/system/descriptor.h"
 #include "platform/system/process_id.h"
+#include "platform/system/write_signals.h"
 
 #include <poll.h>
-#include <pthread.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 
 #include <cerrno>
 #include <climits>
-#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <ctime>
@@ -28,34 +27,6 @@ std::int64_t monotonicMilliseconds() noexcept {
   ::clock_gettime(CLOCK_MONOTONIC, &now);
   return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
 }
-
-// Keeps SIGPIPE from the process for a scope, also the one that a write in it raises.
-class SigpipeGuard {
- public:
-  SigpipeGuard() noexcept {
-    sigset_t pending;
-    sigemptyset(&pipe_);
-    sigaddset(&pipe_, SIGPIPE);
-    sigpending(&pending);
-    wasPending_ = sigismember(&pending, SIGPIPE) == 1;
-    ::pthread_sigmask(SIG_BLOCK, &pipe_, &former_);
-  }
-  ~SigpipeGuard() {
-    const timespec none{};
-    if (!wasPending_) {
-      while (::sigtimedwait(&pipe_, nullptr, &none) < 0 && errno == EINTR) {
-      }
-    }
-    ::pthread_sigmask(SIG_SETMASK, &former_, nullptr);
-  }
-  SigpipeGuard(const SigpipeGuard&) = delete;
-  SigpipeGuard& operator=(const SigpipeGuard&) = delete;
-
- private:
-  sigset_t pipe_;
-  sigset_t former_;
-  bool wasPending_ = false;
-};
 
 // Where the line goes. The descriptor of standard error is shared with other processes, so it is not made non-blocking:
 // a pipe or terminal is opened a second time instead.
@@ -102,7 +73,7 @@ class Target {
 };
 
 void writeLine(std::string_view line) noexcept {
-  const SigpipeGuard guard;
+  const WriteSignalGuard guard;
   const Target target;
   if (!target.isOpen()) return;
   const std::int64_t deadline = monotonicMilliseconds() + kPatienceInMilliseconds;

@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "tools/mervaned/installed_services.h"
-#include "tools/support/log.h"
 #include "tools/support/pid_registration.h"
+#include "tools/support/process_log.h"
 #include "tools/support/text.h"
 
 namespace mervaned {
@@ -21,7 +21,8 @@ namespace mervaned {
 using namespace tovan::TovanCorePrivate;   // the keys
 using namespace tovan::TovanNotification;  // the names
 using plinth::CSharedCFRef;
-using tools::logLine;
+using tools::LogScope;
+using tools::report;
 using tools::textOf;
 using tovan::CFUtil;
 using tovan::CServiceCacheEntry;
@@ -71,11 +72,11 @@ Daemon::~Daemon() {
 
 Daemon::End Daemon::run() {
   signalPrefsPane(kTovanDaemonStartedNotification, selfDescription().get());
-  logLine("started");
+  report(tools::kLogUsual, "started");
   try {
     syncAll();
   } catch (const plinth::CException& exception) {
-    logLine(std::string("cannot read the services: ") + exception.what());
+    report(tools::kLogFailure, std::string("cannot read the services: ") + exception.what());
   }
   // A stop that comes while a callback is under way, such as the one of a signal, ends this run; one that comes earlier
   // is remembered in isEnding_.
@@ -87,7 +88,7 @@ void Daemon::notified(CFNotificationCenterRef, void* daemon, CFStringRef name, c
   try {
     static_cast<Daemon*>(daemon)->answer(name, userInfo);
   } catch (const std::exception& exception) {
-    logLine(textOf(name) + " failed: " + exception.what());
+    report(tools::kLogFailure, textOf(name) + " failed: " + exception.what());
   }
 }
 
@@ -101,7 +102,7 @@ void Daemon::answer(CFStringRef name, CFDictionaryRef userInfo) {
   } else if (CFEqual(name, kTovanServiceRestartNotification)) {
     restartServicesOfKind(userInfo);
   } else if (CFEqual(name, kTovanDaemonRestartNotification)) {
-    logLine("asked to restart");
+    report(tools::kLogUsual, "asked to restart");
     end(End::restart, limitOf(userInfo));
   }
 }
@@ -110,8 +111,11 @@ void Daemon::answer(CFStringRef name, CFDictionaryRef userInfo) {
 
 void Daemon::preferencesChanged(CFDictionaryRef userInfo) {
   CFTypeRef value = nullptr;
-  if (!CFUtil::CFDictGet(userInfo, kDictKeyServiceList, value)) return syncAll();
-  if (!isKind(value, CFDictionaryGetTypeID())) return logLine("a service list that is no dictionary: ignored");
+  const bool hasList = CFUtil::CFDictGet(userInfo, kDictKeyServiceList, value);
+  const LogScope scope("preferences-changed", hasList ? "a service list" : "all services");
+  if (!hasList) return syncAll();
+  if (!isKind(value, CFDictionaryGetTypeID()))
+    return report(tools::kLogWarning, "a service list that is no dictionary: ignored");
   const auto list = static_cast<CFDictionaryRef>(value);
   const auto count = static_cast<std::size_t>(CFDictionaryGetCount(list));
   std::vector<CFTypeRef> names(count), wishes(count);
@@ -123,12 +127,14 @@ void Daemon::preferencesChanged(CFDictionaryRef userInfo) {
     } else if (isRestartWord(wishes[i])) {
       restartService(name, options_.stopLimit);
     } else {
-      logLine("what is to become of the service " + name + " is neither a boolean nor \"Restart\": ignored");
+      report(tools::kLogWarning,
+             "what is to become of the service " + name + " is neither a boolean nor \"Restart\": ignored");
     }
   }
 }
 
 void Daemon::syncAll() {
+  const LogScope scope("sync-services");
   std::set<std::string> gone = supervisor_.services();
   for (const CServiceCacheEntry& entry : installedServices()) {
     if (!isDaemonService(entry)) continue;
@@ -146,21 +152,22 @@ void Daemon::syncAll() {
 void Daemon::syncService(const std::string& name, bool enabled) {
   if (!enabled) return supervisor_.stop(name, options_.stopLimit);
   const auto entry = installedService(name);
-  if (!entry) return logLine("there is no service " + name + " to start");
-  if (!isDaemonService(*entry)) return logLine("the service " + name + " is started by launchd");
+  if (!entry) return report(tools::kLogWarning, "there is no service " + name + " to start");
+  if (!isDaemonService(*entry)) return report(tools::kLogUsual, "the service " + name + " is started by launchd");
   supervisor_.start(name, instanceCount(*entry));
 }
 
 void Daemon::restartService(const std::string& name, double limit) {
   const auto entry = installedService(name);
-  if (!entry) return logLine("there is no service " + name + " to restart");
+  if (!entry) return report(tools::kLogWarning, "there is no service " + name + " to restart");
   if (!isDaemonService(*entry)) {
-    logLine("restarting " + name + ": " + std::to_string(endProcessesOf(*entry)) + " processes asked to end");
+    report(tools::kLogUsual,
+           "restarting " + name + ": " + std::to_string(endProcessesOf(*entry)) + " processes asked to end");
   } else if (entry->enabled || supervisor_.runs(name)) {
-    logLine("restarting " + name);
+    report(tools::kLogUsual, "restarting " + name);
     supervisor_.restart(name, instanceCount(*entry), limit);
   } else {
-    logLine("the service " + name + " does not run, and is not restarted");
+    report(tools::kLogUsual, "the service " + name + " does not run, and is not restarted");
   }
 }
 
@@ -169,10 +176,11 @@ void Daemon::restartServicesOfKind(CFDictionaryRef request) {
   std::int32_t user = 0;
   if (!CFUtil::CFDictGetString(request, kDictKeyServiceType, type) ||
       !CFUtil::CFDictGetInt(request, kDictKeyUserID, user)) {
-    return logLine("a request to restart a service without its kind or its user: ignored");
+    return report(tools::kLogWarning, "a request to restart a service without its kind or its user: ignored");
   }
   if (static_cast<uid_t>(user) != ::geteuid()) return;
   const std::string kind = textOf(type);
+  const LogScope scope("restart-services", kind);
   for (const CServiceCacheEntry& entry : installedServices()) {
     const std::string name = textOf(entry.name());
     if (name == kind || kindOf(entry) == kind) restartService(name, limitOf(request));
@@ -198,24 +206,26 @@ double Daemon::limitOf(CFDictionaryRef request) const {
 void Daemon::clientCheckDue(CFRunLoopTimerRef, void* daemon) { static_cast<Daemon*>(daemon)->checkClients(); }
 
 void Daemon::checkClients() const {
+  const LogScope scope("check-clients", "", tools::kLogDetail);
   try {
     const std::size_t gone = tools::removeGoneProcesses(CFSTR("mervaneclients"));
-    if (gone > 0) logLine("clients that are gone: " + std::to_string(gone));
+    if (gone > 0) report(tools::kLogUsual, "clients that are gone: " + std::to_string(gone));
   } catch (const plinth::CException& exception) {
-    logLine(std::string("cannot look at the clients: ") + exception.what());
+    report(tools::kLogFailure, std::string("cannot look at the clients: ") + exception.what());
   }
 }
 
 // ---- The end
 
 void Daemon::signalled() {
-  logLine(isEnding_ ? "asked to end again" : "asked to end");
+  report(tools::kLogUsual, isEnding_ ? "asked to end again" : "asked to end");
   end(End::stop, isEnding_ ? 0 : options_.stopLimit);
 }
 
 void Daemon::end(End how, double limit) {
   isEnding_ = true;
   end_ = how;
+  if (!ending_) ending_.emplace("end-services", how == End::restart ? "restart" : "stop");
   supervisor_.stopAll(limit);
   if (supervisor_.isIdle()) CFRunLoopStop(CFRunLoopGetCurrent());
 }

@@ -6,10 +6,12 @@
 #include <CoreFoundation/CFRunLoop.h>
 #include <plinth/shared_cf_ref.h>
 
+#include <optional>
 #include <string>
 
 #include "tools/mervaned/options.h"
 #include "tools/mervaned/supervisor.h"
+#include "tools/support/process_log.h"
 #include "tools/support/termination_signals.h"
 
 namespace mervaned {
@@ -52,6 +54,7 @@ class Daemon {
   tools::TerminationSignals signals_;
   plinth::CSharedCFRef<CFRunLoopTimerRef> clientTimer_;
   bool isEnding_ = false;
+  std::optional<tools::LogScope> ending_;
   End end_ = End::stop;
 };
 

@@ -7,12 +7,12 @@
 #include <utility>
 
 #include "tools/mervaned/installed_services.h"
-#include "tools/support/log.h"
+#include "tools/support/process_log.h"
 
 namespace mervaned {
 namespace {
 
-using tools::logLine;
+using tools::report;
 
 Instance::Clock::duration seconds(double count) {
   return std::chrono::duration_cast<Instance::Clock::duration>(std::chrono::duration<double>(count));
@@ -64,7 +64,7 @@ void Instance::end(double limit) {
 std::optional<Instance::Time> Instance::step(Time now) {
   if (task_ && !task_->isRunning()) collect(now);
   if (task_ && killAt_ && now >= *killAt_ && *killAt_ != Time::max()) {
-    logLine(title() + " (process " + std::to_string(task_->processID()) + ") does not end: killed");
+    report(tools::kLogWarning, title() + " (process " + std::to_string(task_->processID()) + ") does not end: killed");
     task_->kill();
     killAt_ = Time::max();
   }
@@ -77,7 +77,7 @@ void Instance::launch(Time now) {
   try {
     const auto entry = installedService(service_);
     if (!entry) {
-      logLine(title() + ": the service is not installed any more");
+      report(tools::kLogWarning, title() + ": the service is not installed any more");
       isWanted_ = false;
       return;
     }
@@ -85,7 +85,7 @@ void Instance::launch(Time now) {
     if (task->launch() != 0) return startAgainLater(now, 0, std::string("cannot be started: ") + std::strerror(errno));
     task_ = std::move(task);
     launchedAt_ = now;
-    logLine(title() + " started as process " + std::to_string(task_->processID()));
+    report(tools::kLogUsual, title() + " started as process " + std::to_string(task_->processID()));
   } catch (const std::exception& exception) {
     startAgainLater(now, 0, std::string("cannot be started: ") + exception.what());
   }
@@ -98,7 +98,7 @@ void Instance::collect(Time now) {
   task_.reset();
   killAt_.reset();
   if (wasAsked || !isWanted_) {
-    logLine(title() + " " + ended);
+    report(tools::kLogUsual, title() + " " + ended);
     launchAt_ = now;
     return;
   }
@@ -108,7 +108,7 @@ void Instance::collect(Time now) {
 void Instance::startAgainLater(Time now, double ranFor, const std::string& reason) {
   const double delay = backOff_.afterRunOf(ranFor);
   launchAt_ = now + seconds(delay);
-  logLine(title() + " " + reason + "; it is started again in " + secondsText(delay));
+  report(tools::kLogWarning, title() + " " + reason + "; it is started again in " + secondsText(delay));
 }
 
 }  // namespace mervaned

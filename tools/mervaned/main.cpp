@@ -1,5 +1,6 @@
 // mervaned: the cluster's daemon, one for each user. docs/daemon.md is its contract.
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <plinth/exception.h>
 #include <tovan/service_util.h>
 #include <tovan/version.h>
@@ -18,6 +19,7 @@
 #include "tools/mervaned/options.h"
 #include "tools/support/log.h"
 #include "tools/support/pid_registration.h"
+#include "tools/support/process_log.h"
 
 namespace mervaned {
 namespace {
@@ -33,12 +35,14 @@ CFStringRef ownName() { return CFSTR("mervaned"); }
 CFStringRef ownVersion() { return CFSTR("2"); }
 
 // "@(#)PROGRAM:TovanCore  PROJECT:TovanCore-303\n" without its mark and its newline.
-std::string versionLine() {
+std::string libraryVersion() {
   std::string version = TovanCoreVersionString;
   version.erase(0, version.find(')') + 1);
   version.erase(version.find('\n'));
-  return "mervaned, version 2 of the daemon\n" + version;
+  return version;
 }
+
+std::string versionLine() { return "mervaned, version 2 of the daemon\n" + libraryVersion(); }
 
 void addOptions(CLI::App& app, Options& options) {
   const auto addSeconds = [&app](const char* name, double& value, const char* description) {
@@ -69,6 +73,30 @@ void setUpStreams() {
   }
 }
 
+std::string optionsText(const Options& options) {
+  return fmt::format("restart delay {} s, at most {} s; stop limit {} s, cancel limit {} s; client check every {} s",
+                     options.restartDelay, options.restartDelayLimit, options.stopLimit, options.cancelLimit,
+                     options.clientCheck);
+}
+
+// As long as it runs under the lock. A failure is logged before the log ends.
+Daemon::End runLogged(const Options& options) {
+  const tools::ProcessLog log("mervaned", 0);
+  try {
+    tools::logRecord(tools::kLogUsual, "mervaned, version 2 of the daemon, " + libraryVersion());
+    tools::logRecord(tools::kLogUsual, "options: " + optionsText(options));
+    Daemon daemon(options);
+    // Whoever finds the registration may post requests: they are observed already.
+    tools::PidRegistration registration(ownName(), ownName(), ownName(), ownVersion());
+    const Daemon::End end = daemon.run();
+    if (end == Daemon::End::restart) registration.keep();
+    return end;
+  } catch (const std::exception& exception) {
+    tools::logRecord(tools::kLogFailure, exception.what());
+    throw;
+  }
+}
+
 // Everything that a daemon holds is given back when this returns, but for its registration when it is to restart: its
 // process goes on.
 int runOnce(const Options& options, Daemon::End& end) {
@@ -79,11 +107,7 @@ int runOnce(const Options& options, Daemon::End& end) {
     logLine("another mervaned of this user runs" + (owner.empty() ? "" : ", process " + owner));
     return kAlreadyRunning;
   }
-  Daemon daemon(options);
-  // Whoever finds the registration may post requests: they are observed already.
-  tools::PidRegistration registration(ownName(), ownName(), ownName(), ownVersion());
-  end = daemon.run();
-  if (end == Daemon::End::restart) registration.keep();
+  end = runLogged(options);
   return kEnded;
 }
 

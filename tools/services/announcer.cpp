@@ -7,6 +7,7 @@
 
 #include <cstdint>
 
+#include "tools/support/process_log.h"
 #include "tools/support/text.h"
 
 namespace service {
@@ -49,7 +50,9 @@ void Announcer::announceStart() {
 
 void Announcer::requested(CFNotificationCenterRef, void* announcer, CFStringRef, const void*, CFDictionaryRef request) {
   const auto* const self = static_cast<const Announcer*>(announcer);
-  if (self->isMeantBy(request)) self->say(kTovanServiceStatusNotification);
+  if (!self->isMeantBy(request)) return;
+  const tools::LogScope scope("status-reply", "", tools::kLogDetail);
+  self->say(kTovanServiceStatusNotification);
 }
 
 bool Announcer::isMeantBy(CFDictionaryRef request) const {

@@ -4,6 +4,8 @@
 #include <CoreFoundation/CFString.h>
 #include <plinth/shared_cf_ref.h>
 
+#include <string>
+
 namespace service {
 
 struct Identity {
@@ -13,5 +15,9 @@ struct Identity {
 };
 
 Identity ownIdentity();
+
+// The name of the service's log, and of its entry in the service cache: the kind, unless the program was installed
+// under another name only.
+std::string logName(const Identity& identity);
 
 }  // namespace service

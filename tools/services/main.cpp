@@ -1,11 +1,12 @@
-// The process of a sample service: registers itself, says that it is there, answers requests for its status, and ends
-// when it is asked to. docs/daemon.md describes what a service owes the cluster.
+// The process of a sample service: registers itself, says that it is there, answers requests for its status, logs what
+// it does, and ends when it is asked to. docs/daemon.md describes what a service owes the cluster.
 #include <CoreFoundation/CFRunLoop.h>
 #include <plinth/exception.h>
 #include <tovan/service_util.h>
 #include <unistd.h>
 
 #include <exception>
+#include <optional>
 #include <string>
 
 #include "tools/services/announcer.h"
@@ -13,7 +14,9 @@
 #include "tools/services/options.h"
 #include "tools/support/log.h"
 #include "tools/support/pid_registration.h"
+#include "tools/support/process_log.h"
 #include "tools/support/termination_signals.h"
+#include "tools/support/text.h"
 
 namespace service {
 namespace {
@@ -27,6 +30,39 @@ void setUpStreams() {
     tovan::CServiceUtil::setupStdStreams();
   } catch (const plinth::CException& exception) {
     logLine(std::string("the standard streams stay as they are: ") + exception.what());
+  }
+}
+
+// Registered and answering, until it is asked to end. Who starts it has the log to end after all else.
+void serve(const Identity& identity, const Options& options) {
+  bool isAskedToEnd = false;
+  const tools::TerminationSignals signals([&isAskedToEnd] {
+    tools::logRecord(tools::kLogUsual, "asked to end");
+    isAskedToEnd = true;
+    CFRunLoopStop(CFRunLoopGetCurrent());
+  });
+  const tools::LogScope scope("service", tools::textOf(identity.kind.get()));
+  Announcer announcer(identity, options);
+  // Whoever finds the registration may ask for the status: requests are observed already.
+  const tools::PidRegistration registration(identity.kind.get(), identity.kind.get(), identity.name.get(),
+                                            identity.version.get());
+  announcer.announceStart();
+  tools::logRecord(tools::kLogUsual, "instance " + std::to_string(options.instance) + " started");
+  while (!isAskedToEnd) CFRunLoopRun();
+  tools::logRecord(tools::kLogUsual, "instance " + std::to_string(options.instance) + " ends");
+}
+
+int runLogged(const Identity& identity, const Options& options) {
+  std::optional<tools::ProcessLog> log;
+  if (options.logs) log.emplace(logName(identity), static_cast<unsigned int>(options.instance));
+  tools::logRecord(tools::kLogUsual, tools::textOf(identity.name.get()) + " " + tools::textOf(identity.version.get()));
+  tools::logRecord(tools::kLogUsual, "options: " + optionsText(options));
+  try {
+    serve(identity, options);
+    return kEnded;
+  } catch (const std::exception& exception) {
+    tools::report(tools::kLogFailure, exception.what());
+    return kFailed;
   }
 }
 
@@ -46,21 +82,7 @@ int run(int argc, char** argv) {
   }
   // Who starts a service watches its process, so detaching leaves the session and keeps the process.
   if (options.detached) ::setsid();
-  bool isAskedToEnd = false;
-  const tools::TerminationSignals signals([&isAskedToEnd] {
-    isAskedToEnd = true;
-    CFRunLoopStop(CFRunLoopGetCurrent());
-  });
-  Announcer announcer(identity, options);
-  // Whoever finds the registration may ask for the status: requests are observed already.
-  const tools::PidRegistration registration(identity.kind.get(), identity.kind.get(), identity.name.get(),
-                                            identity.version.get());
-  announcer.announceStart();
-  const std::string title = "instance " + std::to_string(options.instance);
-  if (options.logs) logLine(title + " started");
-  while (!isAskedToEnd) CFRunLoopRun();
-  if (options.logs) logLine(title + " ends");
-  return kEnded;
+  return runLogged(identity, options);
 }
 
 }  // namespace

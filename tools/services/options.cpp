@@ -57,4 +57,17 @@ Options parseOptions(int argc, const char* const* argv) {
   return options;
 }
 
+std::string optionsText(const Options& options) {
+  std::string text = "instance " + std::to_string(options.instance);
+  if (!options.name.empty()) text += ", name '" + options.name + "'";
+  if (!options.identifier.empty()) text += ", identifier " + options.identifier;
+  if (!options.advertising.empty()) text += ", advertising " + options.advertising;
+  if (options.advertisesLocally) text += ", advertises locally";
+  if (options.detached) text += ", detached";
+  if (options.perUser) text += ", per user";
+  if (!options.accessKey.empty()) text += ", an access key";
+  if (!options.captureKey.empty()) text += ", a capture key";
+  return text;
+}
+
 }  // namespace service

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/support/log.h"
+#include "tools/support/process_log.h"
 
 namespace tools {
 namespace {
@@ -53,7 +53,7 @@ void withdrawRegistration(CFStringRef key) {
     file.put(pids);
     file.clearProcessAttributes(::getpid());
   } catch (const plinth::CException& exception) {
-    logLine(std::string("cannot withdraw the registration: ") + exception.what());
+    report(kLogFailure, std::string("cannot withdraw the registration: ") + exception.what());
   }
 }
 

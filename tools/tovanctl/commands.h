@@ -14,6 +14,7 @@ void addServiceRunCommands(CLI::App& service);
 void addConfigCommands(CLI::App& app);
 void addJobCommands(CLI::App& app);
 void addNotifyCommands(CLI::App& app);
+void addLogCommands(CLI::App& app);
 void addDoctorCommand(CLI::App& app);
 
 // --timeout SECONDS, at most a day.

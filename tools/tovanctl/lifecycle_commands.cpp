@@ -10,9 +10,10 @@
 #include <string>
 
 #include "tools/tovanctl/commands.h"
-#include "tools/tovanctl/daemon_log.h"
+#include "tools/tovanctl/daemon_console.h"
 #include "tools/tovanctl/exit_code.h"
 #include "tools/tovanctl/interrupt.h"
+#include "tools/tovanctl/log_source.h"
 #include "tools/tovanctl/output.h"
 #include "tools/tovanctl/services.h"
 #include "tools/tovanctl/services_running.h"
@@ -34,15 +35,15 @@ void startDaemonAndSay() {
   const DaemonState before = lookAtDaemon();
   if (before.running) return print("daemon: runs already" + processText(before) + "\n");
   if (isInTheWay(before)) message(otherDaemonText(before) + "; it is left alone");
-  std::string log;
+  std::string console;
   try {
-    const DaemonLog redirected;
-    log = redirected.path();
+    const DaemonConsole redirected;
+    console = redirected.path();
     startDaemon();
   } catch (const plinth::CException& error) {
-    throw CommandError(kFailed, error.what() + (log.empty() ? "" : "; its messages are in " + log));
+    throw CommandError(kFailed, error.what() + (console.empty() ? "" : "; its messages are in " + console));
   }
-  print("daemon: started" + processText(lookAtDaemon()) + (log.empty() ? "" : ", messages in " + log) + "\n");
+  print("daemon: started" + processText(lookAtDaemon()) + ", log in " + logOfService(kDaemonName, 0).path + "\n");
 }
 
 void up(double timeout) {

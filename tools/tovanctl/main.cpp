@@ -41,6 +41,7 @@ int run(int argc, char** argv) {
   addServiceCommands(app);
   addConfigCommands(app);
   addJobCommands(app);
+  addLogCommands(app);
   addNotifyCommands(app);
   addDoctorCommand(app);
   try {

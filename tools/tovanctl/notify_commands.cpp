@@ -15,6 +15,7 @@
 #include "tools/tovanctl/exit_code.h"
 #include "tools/tovanctl/interrupt.h"
 #include "tools/tovanctl/output.h"
+#include "tools/tovanctl/post_notification.h"
 #include "tools/tovanctl/process.h"
 #include "tools/tovanctl/values.h"
 
@@ -23,8 +24,7 @@ namespace {
 
 using plinth::CSharedCFRef;
 
-constexpr double kEchoTimeout = 5;  // seconds for the bus to hand back what it was given
-constexpr double kSlice = 0.1;      // seconds between two looks for Ctrl-C
+constexpr double kSlice = 0.1;  // seconds between two looks for Ctrl-C
 
 struct Arguments {
   std::string name;
@@ -54,24 +54,10 @@ CSharedCFRef<CFDictionaryRef> userInfoOfJson(const std::string& given) {
   return propertyList(parsed);
 }
 
-void noteEcho(CFNotificationCenterRef, void* observer, CFStringRef, const void*, CFDictionaryRef) {
-  *static_cast<bool*>(observer) = true;
-}
-
-// Posting reports nothing; that the notification comes back shows that the bus took it.
 void post(const Arguments& arguments) {
   const CSharedCFRef<CFStringRef> name = string(arguments.name);
   const CSharedCFRef<CFStringRef> object = optionalString(arguments.hasObject, arguments.object);
-  const CSharedCFRef<CFDictionaryRef> userInfo = userInfoOfJson(arguments.information);
-  bool echoed = false;
-  registerForNotification(&echoed, noteEcho, name.get(), object.get());
-  sendNotification(name.get(), object.get(), userInfo.get());
-  const Deadline deadline = deadlineIn(kEchoTimeout);
-  while (!echoed && !isOver(deadline)) CFRunLoopRunInMode(kCFRunLoopDefaultMode, kSlice, TRUE);
-  unregisterForNotifications(&echoed);
-  if (!echoed) {
-    throw CommandError(kFailed, "the bus did not take the notification; `tovanctl doctor` looks at the bus");
-  }
+  postNotification(name.get(), object.get(), userInfoOfJson(arguments.information).get());
 }
 
 std::string clockTime() {

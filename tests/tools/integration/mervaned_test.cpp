@@ -110,6 +110,7 @@ class MervanedTest : public testing::Test {
     for (std::string line; std::getline(file, line);) lines.push_back(line);
     return lines;
   }
+  static std::string logPath() { return test::scratchHome() + "/Library/Logs/Lumisphere/mervaned.log"; }
   static bool hasInstances(CFStringRef name, std::size_t count) {
     return runLoopUntil([&] { return livePids(name).size() == count; });
   }
@@ -166,14 +167,56 @@ TEST_F(MervanedTest, ItRegistersAnnouncesItselfAndTakesItsRegistrationAwayAtTheE
   EXPECT_FALSE(test::isDescribed(daemon->pid()));
 }
 
+TEST_F(MervanedTest, ItLogsItsLifeFromTheBeginningOfTheSessionToItsEnd) {
+  install(kind(), kProgram, true);
+  const auto daemon = start({"--client-check", "7.5"});
+  ASSERT_TRUE(hasInstances(kind(), 1));
+  tellDaemon(CFSTR("unknown"), kCFBooleanTrue);
+  ASSERT_TRUE(daemon->prints("there is no service unknown to start"));
+  EXPECT_EQ(daemon->end(), 0) << daemon->output();
+  const std::string log = test::readFile(logPath());
+  std::size_t at = 0;
+  for (const char* const part :
+       {"kind=\"begin\" what=\"log-session\"/>", "msg=\"mervaned, version 2 of the daemon, ",
+        "msg=\"options: restart delay 1 s, at most 60 s; stop limit 30 s, cancel limit 5 s; client check every 7.5 s\"",
+        "msg=\"started\"", "kind=\"begin\" what=\"sync-services\"/>",
+        "msg=\"jobcontroller:com.brant.lumisphere.cluster.admin instance 0 started as process ",
+        "kind=\"end\" what=\"sync-services\"/>", "kind=\"begin\" what=\"preferences-changed\" msg=\"a service list\"/>",
+        "lvl=\"2\" msg=\"there is no service unknown to start\"", "kind=\"end\" what=\"preferences-changed\"/>",
+        "msg=\"asked to end\"", "kind=\"begin\" what=\"end-services\" msg=\"stop\"/>", ") ended with code 0\"",
+        "kind=\"end\" what=\"end-services\"/>", "kind=\"end\" what=\"log-session\"/>\n"}) {
+    at = log.find(part, at);
+    ASSERT_NE(at, std::string::npos) << part << "\nis missing or misplaced in\n" << log;
+  }
+  EXPECT_THAT(log, testing::EndsWith("what=\"log-session\"/>\n"));
+}
+
+TEST_F(MervanedTest, ARestartEndsTheSessionOfTheLogAndBeginsAnother) {
+  const auto daemon = start();
+  NotificationLog log;
+  log.observe(kTovanDaemonStartedNotification, kTovanDaemonID);
+  restartDaemon(false);
+  ASSERT_TRUE(log.await(1)) << daemon->output();
+  EXPECT_EQ(daemon->end(), 0) << daemon->output();
+  std::string sessions;
+  for (const std::string& line : linesOf(logPath())) {
+    if (line.find("what=\"log-session\"") == std::string::npos) continue;
+    sessions += line.find("kind=\"begin\"") != std::string::npos ? "(" : ")";
+  }
+  EXPECT_EQ(sessions, "()()");
+}
+
 TEST_F(MervanedTest, ASecondDaemonEndsAtOnceAndSaysWhoRuns) {
   const auto first = start();
+  const std::string log = test::readFile(logPath());
   const test::CommandResult second = test::runCommand(kDaemon, {});
   EXPECT_EQ(second.status, 3);
   EXPECT_THAT(second.err,
               HasSubstr("another mervaned of this user runs, process " + std::to_string(first->pid()) + "\n"));
   EXPECT_THAT(test::registeredPids(daemonKey()), ElementsAre(first->pid()));
   EXPECT_TRUE(answersAPing());
+  EXPECT_THAT(test::readFile(logPath()), testing::StartsWith(log)) << "the log is the first one's";
+  EXPECT_THAT(test::readFile(logPath()), Not(HasSubstr("another mervaned")));
 }
 
 TEST_F(MervanedTest, OfManyThatStartTogetherOneStays) {
@@ -513,6 +556,7 @@ TEST_F(MervanedTest, AConfigurationThatCannotBeReadStopsNothingAndIsReadWhenMend
   const auto daemon = start();
   EXPECT_TRUE(daemon->prints("(" + path + ")"));
   EXPECT_TRUE(answersAPing());
+  EXPECT_THAT(test::readFile(logPath()), HasSubstr("lvl=\"1\" msg=\"cannot read the services: "));
   test::writeFile(path, good);
   syncServices(nullptr);
   ASSERT_TRUE(hasInstances(kind(), 1)) << daemon->output();

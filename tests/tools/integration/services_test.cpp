@@ -28,6 +28,8 @@ const std::string kResources = TOVAN_BUILD_DIR "/lib/tovan/Frameworks/Lumisphere
 const std::string kTranscoder = kResources + "LumisphereTranscoder.bundle/Contents/Linux/LumisphereTranscoder";
 const std::string kJobController = kResources + "LumisphereJobController.bundle/Contents/Linux/LumisphereJobController";
 
+const std::string kTranscoderName = "servicecontroller:com.brant.klarn.transcoder.klarn";
+
 CFStringRef transcoderKind() { return CFSTR("servicecontroller:com.brant.klarn.transcoder.klarn"); }
 CFStringRef jobControllerKind() { return CFSTR("jobcontroller:com.brant.lumisphere.cluster.admin"); }
 
@@ -53,6 +55,18 @@ class SampleServiceTest : public testing::Test {
   }
   static bool comesUp(const RunningProgram& service, CFStringRef kind = transcoderKind()) {
     return test::runLoopUntil([&] { return isRegistered(service, kind); });
+  }
+
+  // The log of an instance of the transcoder.
+  static std::string logPath(int instance) {
+    return test::scratchHome() + "/Library/Logs/Lumisphere/" + kTranscoderName +
+           (instance == 0 ? "" : "-" + std::to_string(instance)) + ".log";
+  }
+  // Whether the text is in it, within some time.
+  static bool logs(const std::string& text, int instance) {
+    const std::string path = logPath(instance);
+    return test::runLoopUntil(
+        [&] { return test::exists(path) && test::readFile(path).find(text) != std::string::npos; });
   }
 
   test::PrivateBus bus_;
@@ -108,7 +122,7 @@ TEST_F(SampleServiceTest, EveryOptionOfACommandLineIsTakenAndStartUpAndStopAreAn
     EXPECT_FALSE(CFDictionaryContainsKey(started, kDictKeyCaptureKey)) << "keys are nobody else's business";
     EXPECT_EQ(::getsid(service.pid()), service.pid()) << "-d leaves the starter's session";
     EXPECT_EQ(service.end(), 0) << service.output();
-    EXPECT_THAT(service.output(), HasSubstr("instance 4 ends"));
+    EXPECT_EQ(service.output(), "");
     ASSERT_TRUE(log.await(2)) << log.text();
     EXPECT_EQ(log.all[1].name, "MervaneServiceStoppedNotification2");
     EXPECT_EQ(numberAt(log.all[1].userInfo.get(), kDictKeyProcessID), service.pid());
@@ -220,20 +234,83 @@ TEST_F(SampleServiceTest, AStatusReplySaysHowLongTheServiceRuns) {
   EXPECT_TRUE(test::runLoopUntil([&] { return uptime() > before; }));
 }
 
-TEST_F(SampleServiceTest, ItsStreamsAreWhatTheClusterConfigurationSays) {
-  const std::string path = test::scratchFolder("streams") + "/service.log";
+TEST_F(SampleServiceTest, ItsStreamsAreWhatTheClusterConfigurationSaysAndHaveTheLogWhenItsFileCannotBeHad) {
+  const std::string path = test::scratchFolder("streams") + "/service.out";
   test::writeFile(path, "before\n");
   tovan::CTovanConfigFile config;
   config.stdoutPath = CFStringCreateWithCString(kCFAllocatorDefault, path.c_str(), kCFStringEncodingUTF8);
   config.flush();
+  test::makeFolders(logPath(3));  // a folder where the file should be
   RunningProgram service(kTranscoder, {"-v", "-idx", "3"});
   ASSERT_TRUE(comesUp(service));
   EXPECT_EQ(std::filesystem::read_symlink("/proc/" + std::to_string(service.pid()) + "/fd/0"), "/dev/null");
   EXPECT_TRUE(
-      test::runLoopUntil([&] { return test::readFile(path).find("instance 3 started\n") != std::string::npos; }));
-  EXPECT_THAT(test::readFile(path), testing::StartsWith("before\n"));
+      test::runLoopUntil([&] { return test::readFile(path).find("\"instance 3 started\"") != std::string::npos; }));
+  EXPECT_THAT(test::readFile(path), testing::StartsWith("before\nCTovanLogger::startupLogging["));
   EXPECT_EQ(service.end(), 0);
   EXPECT_EQ(service.output(), "");
+}
+
+TEST_F(SampleServiceTest, ItLogsItsLifeFromTheBeginningOfTheSessionToItsEnd) {
+  RunningProgram service(kTranscoder, {"-v", "-idx", "4", "-name", "Render <Host>", "-ak", "secret"});
+  ASSERT_TRUE(logs("msg=\"instance 4 started\"", 4)) << service.output();
+  EXPECT_EQ(service.end(), 0);
+  const std::string log = test::readFile(logPath(4));
+  const std::string pid = "pid=\"" + std::to_string(service.pid()) + "\" ";
+  std::size_t at = 0;
+  for (const std::string& part :
+       {pid + "kind=\"begin\" what=\"log-session\"/>", std::string("msg=\"LumisphereTranscoder "),
+        std::string("msg=\"options: instance 4, name 'Render %3CHost%3E', an access key\""),
+        pid + "kind=\"begin\" what=\"service\" msg=\"servicecontroller:com.brant.klarn.transcoder.klarn\"/>",
+        std::string("msg=\"instance 4 started\""), std::string("msg=\"asked to end\""),
+        std::string("msg=\"instance 4 ends\""), pid + "kind=\"end\" what=\"service\"/>",
+        pid + "kind=\"end\" what=\"log-session\"/>"}) {
+    at = log.find(part, at);
+    ASSERT_NE(at, std::string::npos) << part << "\nis missing or misplaced in\n" << log;
+  }
+  EXPECT_THAT(log, testing::EndsWith("what=\"log-session\"/>\n"));
+  EXPECT_THAT(log, testing::Not(HasSubstr("secret"))) << "keys are nobody else's business";
+}
+
+TEST_F(SampleServiceTest, WithoutLoggingThereIsNoLog) {
+  RunningProgram service(kTranscoder, {});
+  ASSERT_TRUE(comesUp(service));
+  EXPECT_EQ(service.end(), 0);
+  EXPECT_FALSE(test::exists(test::scratchHome() + "/Library/Logs"));
+}
+
+TEST_F(SampleServiceTest, ItTakesANewLogLevelWhileItRuns) {
+  ASSERT_EQ(test::runCommand("tovanctl", {"service", "install"}).status, 0);
+  RunningProgram service(kTranscoder, {"-v"});
+  ASSERT_TRUE(logs("msg=\"instance 0 started\"", 0)) << service.output();
+  const test::CommandResult level = test::runCommand("tovanctl", {"log", "level", kTranscoderName, "4"});
+  ASSERT_EQ(level.status, 0) << level.err;
+  EXPECT_TRUE(logs("lvl=\"4\" msg=\"Setting log level = 4\"", 0));
+  sendNotification(kTovanServiceRequestStatusNotification, nullptr, nullptr);
+  EXPECT_TRUE(logs("kind=\"end\" what=\"status-reply\"", 0)) << "a detail, which the usual level leaves out";
+  ASSERT_EQ(test::runCommand("tovanctl", {"log", "level", kTranscoderName, "--reset"}).status, 0);
+  EXPECT_TRUE(logs("msg=\"Setting log level = 3\"", 0));
+}
+
+TEST_F(SampleServiceTest, InstalledUnderAnotherNameOnlyItLogsUnderThat) {
+  const std::string bundle = kResources + "LumisphereTranscoder.bundle";
+  ASSERT_EQ(test::runCommand("tovanctl", {"service", "install", bundle, "--name", "mine:com.example"}).status, 0);
+  RunningProgram service(kTranscoder, {"-v", "-idx", "1"});
+  EXPECT_TRUE(test::runLoopUntil([] {
+    return test::exists(test::scratchHome() + "/Library/Logs/Lumisphere/mine:com.example-1.log");
+  })) << service.output();
+  EXPECT_FALSE(test::exists(logPath(1)));
+}
+
+TEST_F(SampleServiceTest, AConfigurationThatCannotBeReadDoesNotKeepItFromLogging) {
+  const std::string path = test::scratchHome() + "/Library/Application Support/Lumisphere/LumisphereConfig.plist";
+  test::makeFolders(std::filesystem::path(path).parent_path());
+  test::writeFile(path, "<plist><dict><key>broken");
+  RunningProgram service(kTranscoder, {"-v"});
+  EXPECT_TRUE(logs("msg=\"instance 0 started\"", 0));
+  EXPECT_THAT(service.output(), HasSubstr("the log is not set up as configured: "));
+  EXPECT_EQ(service.end(), 0);
+  EXPECT_THAT(test::readFile(logPath(0)), testing::EndsWith("kind=\"end\" what=\"log-session\"/>\n"));
 }
 
 TEST_F(SampleServiceTest, AProgramOutsideABundleSaysThatItHasNoKind) {

@@ -1,4 +1,4 @@
-#include "tools/tovanctl/daemon_log.h"
+#include "tools/tovanctl/daemon_console.h"
 
 #include <fcntl.h>
 #include <tovan/constants.h>
@@ -11,10 +11,10 @@
 
 namespace tovanctl {
 
-DaemonLog::DaemonLog() {
+DaemonConsole::DaemonConsole() {
   const plinth::CSharedCFRef<CFStringRef> folder(
       TovanExpandTildeInPath(string(tovan::TovanCorePrivate::kTovanLogFilePath).get()));
-  const std::string path = text(folder.get()) + "mervaned.log";
+  const std::string path = text(folder.get()) + "mervaned-console.txt";
   std::error_code failed;
   std::filesystem::create_directories(std::filesystem::path(path).parent_path(), failed);
   const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC, 0600);
@@ -24,7 +24,7 @@ DaemonLog::DaemonLog() {
   ::close(file);
 }
 
-DaemonLog::~DaemonLog() {
+DaemonConsole::~DaemonConsole() {
   if (former_ < 0) return;
   ::dup2(former_, STDERR_FILENO);
   ::close(former_);
