@@ -35,7 +35,7 @@ class BusError {
            sd_bus_error_has_name(&error_, SD_BUS_ERROR_DISCONNECTED) != 0 ||
            std::string_view(error_.name).rfind("System.Error.", 0) == 0;
   }
-  sd_bus_error error_ = SD_BUS_ERROR_NULL;
+  sd_bus_error error_{nullptr, nullptr, 0};
 };
 
 }  // namespace

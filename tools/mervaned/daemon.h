@@ -52,6 +52,7 @@ class Daemon {
   tools::TerminationSignals signals_;
   plinth::CSharedCFRef<CFRunLoopTimerRef> clientTimer_;
   bool isEnding_ = false;
+  bool isSignalled_ = false;
   End end_ = End::stop;
 };
 

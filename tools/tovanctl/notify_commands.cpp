@@ -16,6 +16,7 @@
 #include "tools/tovanctl/interrupt.h"
 #include "tools/tovanctl/output.h"
 #include "tools/tovanctl/process.h"
+#include "tools/tovanctl/table.h"
 #include "tools/tovanctl/values.h"
 
 namespace tovanctl {
@@ -122,7 +123,7 @@ class Watch {
     if (arguments_.json) {
       printJsonLine({{"name", text(name)}, {"object", json(object)}, {"userInfo", json(userInfo)}});
     } else {
-      print(clockTime() + "  " + text(name) + "  " + (object != nullptr ? text(object) : "-") +
+      print(clockTime() + "  " + onOneLine(text(name)) + "  " + (object != nullptr ? onOneLine(text(object)) : "-") +
             (userInfo != nullptr ? "  " + json(userInfo).dump(-1, ' ', false, Json::error_handler_t::replace) : "") +
             "\n");
     }
