@@ -17,3 +17,6 @@ install(DIRECTORY "${CMAKE_SOURCE_DIR}/include/tovan" "${CMAKE_SOURCE_DIR}/inclu
 install(FILES "${CMAKE_BINARY_DIR}/package/TovanCoreConfig.cmake" "${CMAKE_BINARY_DIR}/package/TovanCoreConfigVersion.cmake"
   DESTINATION "${TOVAN_PACKAGE_DIR}")
 install(FILES "${CMAKE_BINARY_DIR}/package/tovancore.pc" DESTINATION "${TOVAN_LIB_DIR}/pkgconfig")
+foreach(section 1 8)
+  install(DIRECTORY "${CMAKE_SOURCE_DIR}/docs/man/" DESTINATION "share/man/man${section}" FILES_MATCHING PATTERN "*.${section}")
+endforeach()

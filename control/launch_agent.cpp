@@ -23,7 +23,7 @@ using plinth::CStringRef;
 namespace {
 
 CLaunchCtlPListRef jobDescription(const CServiceCacheEntry& entry, unsigned int instance, const CStringRef& path) {
-  const auto job = plinth::makeShared<CLaunchCtlPList>(path);
+  auto job = plinth::makeShared<CLaunchCtlPList>(path);
   if (job->plistData() == nullptr) job->setPListData(CLaunchCtlPList::plistDataForService(entry, instance).get());
   const CStringRef label = job->getLabel();
   if (!label || label->isEmpty())
@@ -54,7 +54,7 @@ void runShowingComplaint(CLaunchCtl& launchctl, void (CLaunchCtl::*operation)(),
 }  // namespace
 
 CStringRef writeJobDescription(const CServiceCacheEntry& entry, unsigned int instance) {
-  const CStringRef path = CLaunchCtlPList::expandedPListFilePathForService(entry, instance);
+  CStringRef path = CLaunchCtlPList::expandedPListFilePathForService(entry, instance);
   const auto job = plinth::makeShared<CPListUpdater>(path, CPListUpdater::Reading::never);
   job->setPListData(CLaunchCtlPList::plistDataForService(entry, instance).get());
   job->makeParentDirIfNeeded(0755);

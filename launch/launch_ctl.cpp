@@ -19,7 +19,6 @@ using plinth::CException;
 using plinth::CNullPointerException;
 using plinth::CParamException;
 using plinth::CSTR;
-using plinth::CString;
 using plinth::CStringRef;
 
 namespace {

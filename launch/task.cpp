@@ -149,8 +149,9 @@ int CTask::forkChild(const CArgsBuilder& environment) {
   }
   if (error == 0) {
     blocked.releaseInChild();
-    ::execve(textOf(path_), args_.getArgs(), environment.getArgs());
-    error = errno;
+    const char* const path = textOf(path_);
+    if (path != nullptr) ::execve(path, args_.getArgs(), environment.getArgs());
+    error = path != nullptr ? errno : EFAULT;
   }
   ::_exit(error);
 }

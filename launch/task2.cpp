@@ -18,7 +18,6 @@ namespace tovan {
 using platform::Descriptor;
 using plinth::CAutoMutex;
 using plinth::CIOException;
-using plinth::CString;
 using plinth::CStringRef;
 
 namespace {

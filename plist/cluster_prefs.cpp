@@ -94,8 +94,8 @@ void CClusterPrefs::fromDict(CFDictionaryRef dictionary) {
 }
 
 CSharedCFRef<CFMutableDictionaryRef> CClusterPrefs::toDict() const {
-  const CSharedCFRef<CFMutableDictionaryRef> dictionary(kept_.isNull() ? CFUtil::CFDictMakeMutable()
-                                                                       : CFUtil::CFDictMakeMutableCopy(kept_.get()));
+  CSharedCFRef<CFMutableDictionaryRef> dictionary(kept_.isNull() ? CFUtil::CFDictMakeMutable()
+                                                                 : CFUtil::CFDictMakeMutableCopy(kept_.get()));
   writeSettings(Table::kRows, *this, dictionary.get());
   return dictionary;
 }

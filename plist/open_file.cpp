@@ -66,10 +66,8 @@ bool CPropertyListBasicFile::COpenFile::open() {
   const char* const format =
       reading ? "CPropertyListBasicFile::COpenFile::open[%d](Read, %s): can't get read file lock, error = %s"
               : "CPropertyListBasicFile::COpenFile::open[%d](RW, %s): can't get write file lock, error = %s";
-  CException failure(plinth::kExceptionTypeSystemCall, format, process, path.c_str(),
-                     platform::errorText(lastError_).c_str());
-  failure.setCode(lastError_);
-  throw failure;
+  throw CException(plinth::kExceptionTypeSystemCall, lastError_, format, process, path.c_str(),
+                   platform::errorText(lastError_).c_str());
 }
 
 bool CPropertyListBasicFile::COpenFile::close() {

@@ -37,10 +37,8 @@ constexpr const char* kRead = "refresh";
 constexpr const char* kWrite = "writePropertyList";
 
 [[noreturn]] void throwSystemError(const char* function, CFStringRef path, const char* what, int error) {
-  CException failure(kSystemCall, "CPropertyListBasicFile::%s[%d](%s): can't %s file, error = %s", function,
-                     static_cast<int>(::getpid()), pathText(path).c_str(), what, platform::errorText(error).c_str());
-  failure.setCode(error);
-  throw failure;
+  throw CException(kSystemCall, error, "CPropertyListBasicFile::%s[%d](%s): can't %s file, error = %s", function,
+                   static_cast<int>(::getpid()), pathText(path).c_str(), what, platform::errorText(error).c_str());
 }
 
 [[noreturn]] void throwListError(const char* function, CFStringRef path, const char* call, CFTypeRef reason) {

@@ -21,7 +21,8 @@ TOVAN_EXTERN_C_BEGIN
 TOVAN_EXPORT bool isDaemonRunning(void);
 
 /* Whether this user has a process named "mervaned" that is not registered as a daemon of version "2". True, too, for
- * such a process when the PID file is missing or cannot be read. */
+ * such a process when the PID file is missing or cannot be read. Of several processes of that name, the one with the
+ * lowest id is judged. */
 TOVAN_EXPORT bool IsOtherVersionOfDaemonRunning(void);
 
 /* Starts "Resources/mervaned" of the cluster framework, unless isDaemonRunning, and waits until isDaemonRunning, at

@@ -26,8 +26,10 @@ constexpr MonotonicTime kMillisecond = 1000000;
 // The daemon takes no longer ones, although a socket's address has room for 107 bytes.
 constexpr std::size_t kLongestSocketPath = 99;
 
-// What a bus of ours allows. A subscriber that stands still costs at most what is queued for it; what comes beyond that
-// does not reach it.
+// What a bus of ours allows. A subscriber that stands still costs at most what is queued for it (the outgoing bytes);
+// what comes beyond that does not reach it. What is queued counts as incoming for whoever posted it, and a poster with
+// too much of that is not read from any more: the limit on it lies far above, or one subscriber that stands still would
+// silence everybody.
 constexpr char kConfiguration[] = R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
 <busconfig>
@@ -39,7 +41,7 @@ constexpr char kConfiguration[] = R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop/
     <allow eavesdrop="true"/>
     <allow own="*"/>
   </policy>
-  <limit name="max_incoming_bytes">33554432</limit>
+  <limit name="max_incoming_bytes">1000000000</limit>
   <limit name="max_outgoing_bytes">33554432</limit>
   <limit name="max_message_size">16777216</limit>
   <limit name="max_completed_connections">100000</limit>

@@ -62,9 +62,11 @@ CFNumberRef createNumber(CFNumberType type, const void* value) {
 // Puts the elements of a flat list together again. A stack of what is open stands for the levels.
 class Assembly {
  public:
+  // `depth` containers enclose the list.
+  explicit Assembly(std::size_t depth) : depth_(depth) {}
   // False for an element that cannot stand here.
   bool open(std::uint8_t kind, std::uint32_t count) {
-    if ((kind != 'a' && kind != 'd') || result_ || open_.size() >= kCFPropertyListMaximumDepth) return false;
+    if ((kind != 'a' && kind != 'd') || result_ || depth_ + open_.size() >= kCFPropertyListMaximumDepth) return false;
     if (!open_.empty() && expectsKey(open_.back())) return false;
     open_.push_back({kind, std::size_t{count} * (kind == 'd' ? 2 : 1), Content()});
     return closeWhatIsFull();
@@ -100,6 +102,7 @@ class Assembly {
     return true;
   }
 
+  const std::size_t depth_;
   std::vector<Open> open_;
   Owned<CFTypeRef> result_;
 };
@@ -118,6 +121,7 @@ class Reader {
 
   Owned<CFTypeRef> pairs() {
     if (!enter('a', "{sv}")) return {};
+    ++depth_;
     Content content;
     while (enter('e', "sv")) {
       Owned<CFTypeRef> key(text().take());
@@ -128,6 +132,7 @@ class Reader {
       content.add(std::move(value));
     }
     if (!exit()) return {};
+    --depth_;
     return content.makeDictionary();
   }
 
@@ -201,6 +206,7 @@ class Reader {
 
   Owned<CFTypeRef> elements() {
     if (!enter('a', "v")) return {};
+    ++depth_;
     Content content;
     while (!atEnd()) {
       Owned<CFTypeRef> value = variant();
@@ -208,6 +214,7 @@ class Reader {
       content.add(std::move(value));
     }
     if (!exit()) return {};
+    --depth_;
     return content.makeArray();
   }
 
@@ -252,7 +259,7 @@ class Reader {
 
   Owned<CFTypeRef> flat() {
     if (!enter('a', "v")) return {};
-    Assembly assembly;
+    Assembly assembly(depth_);
     while (!atEnd()) {
       if (std::string_view(variantContent()) == "(yu)") {
         std::uint8_t kind = 0;
@@ -275,6 +282,7 @@ class Reader {
   bool atEnd() { return sd_bus_message_at_end(message_, 0) != 0; }
 
   sd_bus_message* message_;
+  std::size_t depth_ = 0;  // containers that enclose what comes next; of no use after a failure
 };
 
 bool isText(const char* text, const char* expected) { return text != nullptr && std::strcmp(text, expected) == 0; }

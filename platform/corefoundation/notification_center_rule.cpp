@@ -26,8 +26,8 @@ std::string argument(const char* key, CFStringRef string) {
 }  // namespace
 
 std::string notificationRule(CFStringRef name, CFStringRef object) {
-  const std::string all = std::string("type='signal',path='") + kNotificationPath + "',interface='" +
-                          kNotificationInterface + "',member='" + kNotificationMember + "'";
+  std::string all = std::string("type='signal',path='") + kNotificationPath + "',interface='" + kNotificationInterface +
+                    "',member='" + kNotificationMember + "'";
   const std::string byName = argument("arg0", name);
   const std::string byObject = argument("arg1", object);
   const std::size_t room = kLongestRule - all.size();

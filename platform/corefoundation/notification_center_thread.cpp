@@ -142,8 +142,8 @@ void ThreadCenter::scheduleRetry() {
 }
 
 void ThreadCenter::timerFired(CFRunLoopTimerRef, void* info) {
-  auto* const center = static_cast<ThreadCenter*>(info);
-  if (center == existing()) center->retry();
+  ThreadCenter* const center = existing();
+  if (center != nullptr && center == info) center->retry();
 }
 
 void ThreadCenter::retry() {

@@ -35,7 +35,7 @@ enum NotificationFlags : std::uint32_t { kNotificationHasObject = 1, kNotificati
 
 inline constexpr int kPlainLevels = 12;
 // The texts and data of one notification, with 16 bytes for every value.
-inline constexpr std::size_t kMaximumNotificationSize = 8 * 1024 * 1024;
+inline constexpr std::size_t kMaximumNotificationSize = std::size_t{8} << 20;
 
 enum class WriteResult { written, notPropertyList, tooLarge, busFailed };
 

@@ -4,6 +4,7 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <memory>
 #include <new>
 
 #include "platform/corefoundation/base.h"
@@ -13,7 +14,7 @@ namespace cf {
 namespace {
 
 void finalizeRunLoop(void* object) noexcept {
-  static_cast<CFRunLoopRef>(object)->~CFRunLoopStorage();
+  const std::unique_ptr<RunLoop> state(static_cast<CFRunLoopRef>(object)->state);
   std::free(object);
 }
 
@@ -42,7 +43,7 @@ void afterForkInChild() {
     mainLoop = currentLoop;
     if (mainLoop != nullptr) retain(mainLoop);
   }
-  RunLoop::keepInChild(mainLoop == nullptr ? nullptr : mainLoop->state.get());
+  RunLoop::keepInChild(mainLoop == nullptr ? nullptr : mainLoop->state);
   runLoopMutex.unlock();
 }
 
@@ -68,7 +69,7 @@ Owned<CFRunLoopRef> createLoop() {
   ::pthread_once(&once, setHooks);
   if (!hooks.areSet) throw std::bad_alloc();
   Owned<CFRunLoopRef> loop(create<CFRunLoopStorage>(kRunLoopClass, 0));
-  loop.get()->state = std::make_unique<RunLoop>(loop.get());
+  loop.get()->state = std::make_unique<RunLoop>(loop.get()).release();
   return loop;
 }
 

@@ -73,7 +73,7 @@ class Modes {
   // Moves a timer to the place in its modes that belongs to a time.
   void requeue(CFRunLoopTimerRef timer, MonotonicTime queuedFor) noexcept;
 
-  // Each timer and source once.
+  // A timer may come more than once, a source comes once.
   std::vector<Owned<CFRunLoopTimerRef>> allTimers() const;
   SourceList allSources() const;
 

@@ -107,7 +107,6 @@ void removeFromLoop(RunLoop& loop, CFRunLoopSourceRef source) {
 
 }  // namespace cf
 
-using cf::Owned;
 using cf::runLoopMutex;
 
 CFTypeID CFRunLoopSourceGetTypeID() { return cf::typeID(cf::kRunLoopSourceClass); }

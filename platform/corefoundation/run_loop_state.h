@@ -12,7 +12,7 @@
 
 struct CFRunLoopStorage {
   CFObjectHead head;
-  std::unique_ptr<cf::RunLoop> state{};
+  cf::RunLoop* state = nullptr;  // owned; a bare pointer, so that the layout is a standard one
 };
 
 namespace cf {

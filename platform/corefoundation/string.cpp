@@ -75,7 +75,7 @@ CFHashCode hashBytes(const char* bytes, std::size_t byteCount) noexcept {
   constexpr std::uint64_t kFirst = 0x9E3779B97F4A7C15u;
   constexpr std::uint64_t kSecond = 0x6A09E667F3BCC909u;
   // Where the library lies differs from run to run, so that nobody can make strings that all have the same hash.
-  const std::uint64_t secret = std::bit_cast<std::uintptr_t>(&kCFStringClass) * kSecond;
+  const std::uint64_t secret = reinterpret_cast<std::uintptr_t>(&kCFStringClass) * kSecond;
   std::uint64_t state = byteCount * kFirst ^ secret;
   if (byteCount >= 8) {
     std::size_t i = 0;

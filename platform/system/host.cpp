@@ -19,7 +19,7 @@
 namespace platform {
 namespace {
 
-constexpr std::size_t kHostsFileLimit = 1024 * 1024;
+constexpr std::size_t kHostsFileLimit = std::size_t{1024} * 1024;
 
 std::string hostName() {
   char name[HOST_NAME_MAX + 1] = "";

@@ -16,7 +16,7 @@ namespace {
 // TASK_COMM_LEN of the kernel, without the NUL.
 constexpr std::size_t kShortNameLength = 15;
 // Enough for an interpreter, its option and the path of a script.
-constexpr std::size_t kArgumentsLimit = 3 * PATH_MAX;
+constexpr std::size_t kArgumentsLimit = std::size_t{3} * PATH_MAX;
 
 std::string_view lastComponent(std::string_view path) { return path.substr(path.rfind('/') + 1); }
 

@@ -6,6 +6,7 @@
 
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <fstream>
 
 extern "C" int countOfHarmlessCalls();
@@ -131,11 +132,11 @@ class OtherDaemonTest : public test::ControlTest {
     give(user_);
     return answer();
   }
-  bool answer() const {
+  bool answer(bool (*function)() = IsOtherVersionOfDaemonRunning) const {
     const pid_t child = ::fork();
     if (child == 0) {
       become();
-      ::_exit(IsOtherVersionOfDaemonRunning() ? 1 : 0);
+      ::_exit(function() ? 1 : 0);
     }
     int status = -1;
     EXPECT_EQ(::waitpid(child, &status, 0), child);
@@ -192,6 +193,24 @@ TEST_F(OtherDaemonTest, RegisteredDaemonOfAnotherVersionOrNoneIsOne) {
   const NamedProcess running = daemon();
   EXPECT_TRUE(answer(registered(running.id(), ofVersion("1"))));
   EXPECT_TRUE(answer(registered(running.id(), "")));
+}
+
+TEST_F(OtherDaemonTest, DaemonThatThisUserMayNotSignalDoesNotRun) {
+  const NamedProcess others("mervaned");
+  EXPECT_FALSE(answer(registered(others.id(), ofVersion("2"))));
+  EXPECT_FALSE(answer(isDaemonRunning));
+  const NamedProcess own = daemon();
+  EXPECT_FALSE(answer(registered(own.id(), ofVersion("2"))));
+  EXPECT_TRUE(answer(isDaemonRunning));
+}
+
+TEST_F(OtherDaemonTest, OfSeveralTheLowestIsJudged) {
+  const NamedProcess first = daemon();
+  const NamedProcess second = daemon();
+  const pid_t lower = std::min(first.id(), second.id());
+  const pid_t higher = std::max(first.id(), second.id());
+  EXPECT_FALSE(answer(registered(lower, ofVersion("2"))));
+  EXPECT_TRUE(answer(registered(higher, ofVersion("2"))));
 }
 
 TEST_F(OtherDaemonTest, AnotherUsersDaemonDoesNotCount) {

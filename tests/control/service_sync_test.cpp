@@ -149,6 +149,7 @@ TEST_F(ServiceSyncTest, RefusedLoadIsRaisedShownAndNothingIsPosted) {
       [&] { EXPECT_EQ(thrownBy<CParamException>([&] { sync({kAgent}); }), "CLaunchCtlTask exited with error = 1"); });
   EXPECT_THAT(console, HasSubstr("launchctl load " + job(0) + " failed: launchctl: no load today"));
   EXPECT_THAT(notifications_.take(), IsEmpty());
+  EXPECT_TRUE(exists(trigger(0))) << "the trigger comes before the job";
   EXPECT_FALSE(exists(trigger(1))) << "the first failure ends it";
 }
 

@@ -109,16 +109,29 @@ TEST_F(CLaunchCtlTest, DomainTypesHaveTheirTexts) {
 }
 
 TEST_F(CLaunchCtlTest, AnInvalidTypeIsRefusedBeforeTheToolRuns) {
-  makeTool("echo ran > " + folder() + "/ran");
+  makeTool("echo ran > " + folder() + "/ran; echo listed");
   EXPECT_EQ(thrownBy<CParamException>([] { launchCtl("/agent.plist", 6, 0)->load(); }), "Invalid sessionType: 0x6");
   EXPECT_EQ(thrownBy<CParamException>([] { launchCtl("/agent.plist", 0, 6)->unload(); }), "Invalid domainType: 0x6");
   EXPECT_FALSE(test::exists(folder() + "/ran"));
+  const CLaunchCtlRef runner = launchCtl("/agent.plist", 6, 6);
+  runner->isLoaded(CSTR("label"));
+  EXPECT_EQ(outputOf(runner), "listed\n");
+  test::writeFile(folder() + "/ran", "");
+  EXPECT_EQ(thrownBy<CParamException>([&] { runner->load(); }), "Invalid sessionType: 0x6");
+  EXPECT_EQ(outputOf(runner), "an empty holder") << "the listing's output is not the load's";
+  EXPECT_EQ(test::readFile(folder() + "/ran"), "");
 }
 
 TEST_F(CLaunchCtlTest, WithoutAPathThereIsNothingToLoad) {
   makeArgumentPrinter();
   EXPECT_EQ(thrownBy<CNullPointerException>([] { launchCtl(nullptr)->load(); }), "Error: _plistPath is null!");
   EXPECT_EQ(thrownBy<CNullPointerException>([] { launchCtl(nullptr)->unload(); }), "Error: _plistPath is null!");
+  EXPECT_EQ(thrownBy<CNullPointerException>([] { launchCtl("")->load(); }), "Error: _plistPath is null!");
+  // The path comes before the types, and what was printed before stays.
+  const CLaunchCtlRef runner = launchCtl("", 6, 6);
+  runner->isLoaded(CSTR("label"));
+  EXPECT_EQ(thrownBy<CNullPointerException>([&] { runner->unload(); }), "Error: _plistPath is null!");
+  EXPECT_EQ(outputOf(runner), "list\n-x\nlabel\n");
 }
 
 TEST_F(CLaunchCtlTest, AFailingToolsComplaintIsKept) {

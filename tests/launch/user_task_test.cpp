@@ -87,6 +87,29 @@ TEST_F(CUserTaskTest, TheChildHasTheUsersGroups) {
   EXPECT_EQ(sortedNumbers(printedAs(static_cast<int>(user->pw_uid), "id -G")), expected);
 }
 
+TEST_F(CUserTaskTest, NoOtherDescriptorReachesTheChild) {
+  ASSERT_EQ(::dup2(STDOUT_FILENO, 57), 57);
+  EXPECT_EQ(printedAs(0, "test ! -e /proc/$$/fd/57 && echo closed"), "closed\n");
+  if (::getuid() == 0) {
+    EXPECT_EQ(printedAs(54321, "test ! -e /proc/$$/fd/57 && echo closed"), "closed\n");
+  }
+  ::close(57);
+}
+
+// A process of root's that works as somebody else for the moment, and with another group.
+TEST_F(CUserTaskTest, TheRealUserDecidesWhetherTheChildMayBecomeAnother) {
+  if (::getuid() != 0) GTEST_SKIP() << "only root may become another user";
+  const std::string said = test::inAnotherProcess([]() -> std::string {
+    if (::setegid(4242) != 0 || ::seteuid(12345) != 0) return "not prepared";
+    QuietUserTask task("/bin/sh",
+                       TextList{"-c", "test \"$(id -ru) $(id -u) $(id -rg) $(id -g)\" = '54321 54321 4242 4242'"},
+                       nullptr, 54321);
+    if (task.launch() != 0) return "launch failed";
+    return std::to_string(task.waitForTask());
+  });
+  EXPECT_EQ(said, "0");
+}
+
 TEST_F(CUserTaskTest, AUserThatTheSystemDoesNotKnowHasNoFurtherGroups) {
   if (::getuid() != 0) GTEST_SKIP() << "only root may become another user";
   constexpr int kUnknown = 54321;

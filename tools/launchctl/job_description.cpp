@@ -78,13 +78,17 @@ std::vector<std::string> readArguments(const std::string& key, CFTypeRef value) 
   return arguments;
 }
 
+std::string readVariable(const std::string& key, const std::string& name, CFTypeRef value) {
+  if (name.empty() || name.find('=') != std::string::npos || name.find('\0') != std::string::npos) {
+    throw Failure("\"" + key + "\" holds \"" + name + "\", which is no name of a variable");
+  }
+  return readString(key + "." + name, value);
+}
+
 std::map<std::string, std::string> readEnvironment(const std::string& key, CFTypeRef value) {
   std::map<std::string, std::string> variables;
   for (const auto& [name, content] : pairsOf(readDictionary(key, value))) {
-    if (name.empty() || name.find('=') != std::string::npos || name.find('\0') != std::string::npos) {
-      throw Failure("\"" + key + "\" holds \"" + name + "\", which is no name of a variable");
-    }
-    variables[name] = readString(key + "." + name, content);
+    variables[name] = readVariable(key, name, content);
   }
   return variables;
 }
@@ -200,7 +204,11 @@ std::string findProgram(const std::string& program, const std::string& searchPat
     std::size_t end = searchPath.find(':', start);
     if (end == std::string::npos) end = searchPath.size();
     const std::string folder = searchPath.substr(start, end - start);
-    if (!folder.empty() && folder.front() == '/' && isProgram(folder + "/" + program)) return folder + "/" + program;
+    if (!folder.empty() && folder.front() == '/') {
+      std::string path = folder;
+      path.append("/").append(program);
+      if (isProgram(path)) return path;
+    }
     start = end + 1;
   }
   throw Failure("the program \"" + program + "\" is in none of the folders " + searchPath);

@@ -62,7 +62,8 @@ std::vector<std::string> descriptionsInFolder(const std::string& path) {
     const std::string name = entry->d_name;
     // Names that begin with a dot are other programs' business, such as a file that is being written.
     if (name.front() != '.' && name.size() > 6 && name.compare(name.size() - 6, 6, ".plist") == 0) {
-      found.push_back(path + "/" + name);
+      found.push_back(path);
+      found.back().append("/").append(name);
     }
   }
   std::sort(found.begin(), found.end());

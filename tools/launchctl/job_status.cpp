@@ -9,6 +9,7 @@ Dictionary listOfStatus(const JobStatus& status) {
   list.set("Label", status.label);
   if (status.pid) list.set("PID", std::int64_t{*status.pid});
   list.set("LastExitStatus", std::int64_t{status.lastExitStatus});
+  list.set("HasEnded", status.hasEnded);
   list.set("Program", status.program);
   list.set("ProgramArguments", status.arguments);
   list.set("JobDescription", status.file);
@@ -21,6 +22,7 @@ JobStatus statusOfList(CFDictionaryRef list) {
   status.label = stringOf(list, "Label").value_or("");
   if (const auto pid = integerOf(list, "PID")) status.pid = static_cast<pid_t>(*pid);
   status.lastExitStatus = static_cast<int>(integerOf(list, "LastExitStatus").value_or(0));
+  status.hasEnded = boolOf(list, "HasEnded");
   status.program = stringOf(list, "Program").value_or("");
   status.arguments = stringsOf(list, "ProgramArguments");
   status.file = stringOf(list, "JobDescription").value_or("");

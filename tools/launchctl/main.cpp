@@ -87,7 +87,10 @@ bool loadFile(BackEnd& backEnd, const std::string& path) {
   std::vector<std::string> unknownKeys;
   launchctl::JobToLoad job;
   job.description = launchctl::readJobFile(path, &unknownKeys);
-  for (const std::string& key : unknownKeys) complain(path + ": the key \"" + key + "\" is unknown here and ignored");
+  for (const std::string& key : unknownKeys) {
+    std::string text = path;
+    complain(text.append(": the key \"").append(key).append("\" is unknown here and ignored"));
+  }
   job.file = path;
   job.environment = launchctl::loaderEnvironment();
   const auto own = job.description.environment.find("PATH");

@@ -96,7 +96,8 @@ void PathWatch::handle(const Changed& changed) {
       for (const std::string& folder : watched->second) {
         if (folders_[folder].count(name) == 0) continue;
         mattered = true;
-        const auto path = paths_.find(folder == "/" ? "/" + name : folder + "/" + name);
+        std::string whole = folder == "/" ? "" : folder;
+        const auto path = paths_.find(whole.append("/").append(name));
         const bool now = (event->mask & (IN_CREATE | IN_MOVED_TO)) != 0;
         if (path == paths_.end()) {
           layoutChanged = true;

@@ -1,14 +1,18 @@
 #include "tools/launchctl/process.h"
 
+#include <dirent.h>
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <chrono>
 #include <climits>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
+#include <memory>
 #include <sstream>
 
 #include "tools/launchctl/descriptor.h"
@@ -49,23 +53,55 @@ bool readUntilClosed(Pipe& out, Pipe& err, CommandOutput& output, Clock::time_po
   return true;
 }
 
-}  // namespace
+struct ProcessFacts {
+  pid_t group = 0;
+  pid_t session = 0;
+  std::uint64_t startTime = 0;
+};
 
-std::optional<std::uint64_t> startTimeOfProcess(pid_t pid) {
+// Nothing when there is no such process or it has ended.
+std::optional<ProcessFacts> factsOf(pid_t pid) {
   if (pid <= 0) return std::nullopt;
   std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
   std::string line;
   if (!std::getline(file, line, '\0')) return std::nullopt;
-  // The name, in parentheses, may hold anything; the state is the first word behind it, the start the twentieth.
+  // The name, in parentheses, may hold anything; the state is the first word behind it, field 3 of proc(5).
   const std::size_t end = line.rfind(')');
   if (end == std::string::npos) return std::nullopt;
   std::istringstream words(line.substr(end + 1));
   std::string word;
-  for (int field = 3; field <= 22 && words >> word; ++field) {
+  ProcessFacts facts;
+  for (int field = 3; words >> word; ++field) {
     if (field == 3 && (word == "Z" || word == "X")) return std::nullopt;
-    if (field == 22) return std::stoull(word);
+    if (field == 5) facts.group = std::stoi(word);
+    if (field == 6) facts.session = std::stoi(word);
+    if (field == 22) {
+      facts.startTime = std::stoull(word);
+      return facts;
+    }
   }
   return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<std::uint64_t> startTimeOfProcess(pid_t pid) {
+  const auto facts = factsOf(pid);
+  return facts ? std::optional(facts->startTime) : std::nullopt;
+}
+
+bool leavesProcesses(pid_t leader, std::uint64_t startTime) {
+  const std::unique_ptr<DIR, int (*)(DIR*)> processes(::opendir("/proc"), ::closedir);
+  if (!processes) return false;
+  while (const dirent* const entry = ::readdir(processes.get())) {
+    const auto facts = factsOf(static_cast<pid_t>(std::strtol(entry->d_name, nullptr, 10)));
+    if (!facts || facts->session != leader || facts->group != leader || facts->startTime < startTime) continue;
+    struct stat owner {};
+    const bool isOwn =
+        ::fstatat(::dirfd(processes.get()), entry->d_name, &owner, 0) == 0 && owner.st_uid == ::geteuid();
+    if (isOwn) return true;
+  }
+  return false;
 }
 
 std::string bootIdentifier() {
@@ -94,7 +130,10 @@ std::vector<char*> cStrings(const std::vector<std::string>& texts) {
 std::vector<std::string> environmentLines(const std::map<std::string, std::string>& variables) {
   std::vector<std::string> lines;
   lines.reserve(variables.size());
-  for (const auto& [name, value] : variables) lines.push_back(name + "=" + value);
+  for (const auto& [name, value] : variables) {
+    lines.push_back(name);
+    lines.back().append("=").append(value);
+  }
   return lines;
 }
 

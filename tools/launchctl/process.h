@@ -14,6 +14,9 @@ namespace launchctl {
 // When a process was started, in clock ticks since the host's start: with its id it names one process for ever. Nothing
 // when there is none or it has ended and only waits for its parent.
 std::optional<std::uint64_t> startTimeOfProcess(pid_t pid);
+// Whether processes of this user are left in the session and process group of a leader that was started then and has
+// ended. No other process gets its id while they are there.
+bool leavesProcesses(pid_t leader, std::uint64_t startTime);
 // What tells one run of the host from another.
 std::string bootIdentifier();
 // The folder of the running program, in which its companions lie.

@@ -192,7 +192,7 @@ void Daemon::taskEnded(CFDictionaryRef userInfo) {
   CFIndex address = 0;
   if (!CFUtil::CFDictGet(userInfo, kDictKeyTaskPtr, value) || !isKind(value, CFNumberGetTypeID())) return;
   if (!CFNumberGetValue(static_cast<CFNumberRef>(value), kCFNumberCFIndexType, &address)) return;
-  supervisor_.taskEnded(reinterpret_cast<const void*>(address));
+  supervisor_.taskEnded(static_cast<std::uintptr_t>(address));
 }
 
 double Daemon::limitOf(CFDictionaryRef request) const {
@@ -217,9 +217,11 @@ void Daemon::checkClients() const {
 
 // ---- The end
 
+// A signal that comes while a restart ends the services is the first one all the same.
 void Daemon::signalled() {
-  report(tools::kLogUsual, isEnding_ ? "asked to end again" : "asked to end");
-  end(End::stop, isEnding_ ? 0 : options_.stopLimit);
+  report(tools::kLogUsual, isSignalled_ ? "asked to end again" : "asked to end");
+  end(End::stop, isSignalled_ ? 0 : options_.stopLimit);
+  isSignalled_ = true;
 }
 
 void Daemon::end(End how, double limit) {

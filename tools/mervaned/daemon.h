@@ -54,6 +54,7 @@ class Daemon {
   tools::TerminationSignals signals_;
   plinth::CSharedCFRef<CFRunLoopTimerRef> clientTimer_;
   bool isEnding_ = false;
+  bool isSignalled_ = false;
   std::optional<tools::LogScope> ending_;
   End end_ = End::stop;
 };

@@ -87,10 +87,10 @@ bool Supervisor::isIdle() const {
   return std::all_of(instances_.begin(), instances_.end(), [](const auto& instance) { return !instance->task(); });
 }
 
-void Supervisor::taskEnded(const void* address) {
+void Supervisor::taskEnded(std::uintptr_t address) {
   for (const auto& instance : instances_) {
     const tovan::CUserTask* const task = instance->task();
-    if (task == nullptr || task != address) continue;
+    if (task == nullptr || reinterpret_cast<std::uintptr_t>(task) != address) continue;
     // The announcement comes just before the task is over. One that is not over soon was another process's
     // announcement.
     instance->task()->waitForTaskWithTimeout(kLastStep);

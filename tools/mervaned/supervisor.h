@@ -4,6 +4,7 @@
 #include <CoreFoundation/CFRunLoop.h>
 #include <plinth/shared_cf_ref.h>
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <set>
@@ -42,7 +43,7 @@ class Supervisor {
   bool isIdle() const;
 
   // A task with this address has announced its end. Addresses of other processes' tasks do no harm.
-  void taskEnded(const void* address);
+  void taskEnded(std::uintptr_t address);
 
  private:
   static void timerFired(CFRunLoopTimerRef timer, void* supervisor);

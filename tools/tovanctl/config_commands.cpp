@@ -7,6 +7,7 @@
 
 #include "tools/tovanctl/commands.h"
 #include "tools/tovanctl/exit_code.h"
+#include "tools/tovanctl/file_change.h"
 #include "tools/tovanctl/output.h"
 #include "tools/tovanctl/settings.h"
 
@@ -40,6 +41,7 @@ void set(const std::string& key, const std::string& value) {
   const tovan::SettingDescription& setting = settingOfKey(CTovanConfigFile::settings(), key);
   const auto parsed = parseValue(setting, value);
   CTovanConfigFile config;
+  beginChange(config);
   config.setSetting(setting.key, parsed.get());
   config.flush();
   print(key + " is now " + cell(config.copySetting(setting.key).get()) + "\n");

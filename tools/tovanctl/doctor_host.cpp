@@ -44,7 +44,7 @@ std::string programInPath(const std::string& name) {
   std::string folders = variable == nullptr ? "/usr/bin:/bin" : variable;
   for (std::size_t at = 0; at <= folders.size();) {
     const std::size_t end = std::min(folders.find(':', at), folders.size());
-    const std::string path = folders.substr(at, end - at) + "/" + name;
+    std::string path = folders.substr(at, end - at) + "/" + name;
     if (isProgram(path)) return path;
     at = end + 1;
   }

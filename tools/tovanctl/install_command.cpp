@@ -108,6 +108,7 @@ void installBundles(const std::vector<std::string>& paths, const std::string& na
     throw CommandError(kUsage, "--name goes with exactly one bundle");
   }
   std::vector<CSharedCFRef<CFURLRef>> bundles;
+  bundles.reserve(paths.size());
   for (const std::string& path : paths) bundles.push_back(locationOf(path));
   if (paths.empty()) bundles = lumisphereBundles();
   for (const CSharedCFRef<CFURLRef>& bundle : bundles) install(bundle.get(), name);

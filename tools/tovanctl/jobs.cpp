@@ -5,6 +5,7 @@
 #include <tovan/file_util.h>
 #include <tovan/launch_ctl.h>
 #include <tovan/launchctl_plist.h>
+#include <tovan/plist_updater.h>
 #include <tovan/service_util.h>
 
 #include <algorithm>
@@ -23,6 +24,7 @@ using plinth::CSTR;
 using plinth::CStringRef;
 using tovan::CLaunchCtl;
 using tovan::CLaunchCtlPList;
+using tovan::CPListUpdater;
 
 constexpr const char* kDescription = ".plist";
 
@@ -92,6 +94,12 @@ std::optional<std::int64_t> integerIn(CFDictionaryRef dictionary, CFStringRef ke
     return {};
   }
   return number;
+}
+
+bool boolIn(CFDictionaryRef dictionary, CFStringRef key) {
+  const CFTypeRef value = CFDictionaryGetValue(dictionary, key);
+  return value != nullptr && CFGetTypeID(value) == CFBooleanGetTypeID() &&
+         CFBooleanGetValue(static_cast<CFBooleanRef>(value)) != 0;
 }
 
 std::string textIn(CFDictionaryRef dictionary, CFStringRef key) {
@@ -180,6 +188,25 @@ std::string launchctlListing(const std::string& label) {
   return output ? output->str() : "";
 }
 
+std::size_t writeMissingDescriptions(const tovan::CServiceCacheEntry& entry) {
+  std::size_t written = 0;
+  for (const Job& job : jobsOfService(entry)) {
+    const auto description = plinth::makeShared<CPListUpdater>(CSTR(job.path), CPListUpdater::Reading::never);
+    if (description->fileExists()) continue;
+    description->setPListData(CLaunchCtlPList::plistDataForService(entry, job.instance).get());
+    description->makeParentDirIfNeeded(0755);
+    description->flush();
+    ++written;
+  }
+  return written;
+}
+
+void removeDescription(const Job& job) {
+  std::error_code failed;
+  fs::remove(job.path, failed);
+  if (failed) throw CommandError(kFailed, "cannot remove " + job.path + ": " + failed.message());
+}
+
 JobState stateOfJob(const Job& job) {
   JobState state;
   std::error_code failed;
@@ -188,7 +215,9 @@ JobState stateOfJob(const Job& job) {
   if (!listed) return state;
   state.loaded = true;
   if (const auto pid = integerIn(listed.get(), CFSTR("PID"))) state.pid = static_cast<pid_t>(*pid);
-  if (const auto status = integerIn(listed.get(), CFSTR("LastExitStatus"))) {
+  // Before the first end the status is 0 too.
+  const auto status = integerIn(listed.get(), CFSTR("LastExitStatus"));
+  if (status && (*status != 0 || boolIn(listed.get(), CFSTR("HasEnded")))) {
     state.lastExitStatus = static_cast<int>(*status);
   }
   state.problem = textIn(listed.get(), CFSTR("LaunchProblem"));

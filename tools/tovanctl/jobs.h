@@ -38,6 +38,12 @@ std::vector<Job> jobsOfService(const tovan::CServiceCacheEntry& entry);
 // `known` are the jobs of those that are.
 std::vector<Job> strayJobs(const std::vector<Job>& known);
 
+// Writes the descriptions of configured instances that have none, as installing the service does: the number of
+// instances may have grown since. How many there were.
+std::size_t writeMissingDescriptions(const tovan::CServiceCacheEntry& entry);
+// CommandError(kFailed) when the file is there and cannot be removed.
+void removeDescription(const Job& job);
+
 JobState stateOfJob(const Job& job);
 // What launchctl prints about a label, its complaint included. Throws when the tool cannot be run.
 std::string launchctlListing(const std::string& label);

@@ -4,6 +4,7 @@
 #include <tovan/daemon_control.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -52,7 +53,11 @@ void up(double timeout) {
   const std::vector<std::string> names = serviceNames(tovan::CServiceCacheFile());
   if (names.empty()) return message("no service is installed; `tovanctl service install` installs Lumisphere's two");
   synchronise(names);
-  reportServices(awaitServices(names, deadlineIn(timeout), isAsWanted), isAsWanted);
+  const std::vector<ServiceState> services = awaitServices(names, deadlineIn(timeout), isAsWanted);
+  reportServices(services, isAsWanted);
+  const bool idle =
+      std::none_of(services.begin(), services.end(), [](const ServiceState& service) { return service.enabled; });
+  if (idle) message("no service is enabled; `tovanctl service start NAME` enables one and starts it");
 }
 
 // What was going on before `down`, held so that its end can be seen.
@@ -68,9 +73,11 @@ class TakingDown {
   void run() {
     look();
     for (const ServiceState& service : host_.services) {
-      for (const InstanceState& instance : service.instances) holdOrEnd(service.name, instance);
+      for (const InstanceState& instance : service.instances) {
+        holdOrEnd(service.name + ", instance " + std::to_string(instance.number), instance);
+      }
     }
-    for (const InstanceState& stray : host_.strays) holdOrEnd(stray.job->label, stray);
+    for (const InstanceState& stray : host_.strays) holdOrEnd(stray.job->label + " (not installed)", stray);
     endTheDaemon();
     for (const Running& left : running_) endLeftOver(left);
     if (isInTheWay(host_.daemon)) message(otherDaemonText(host_.daemon) + "; it is left alone");
@@ -94,8 +101,7 @@ class TakingDown {
   }
 
   // A job is ended here and now; a service of the daemon's ends with it.
-  void holdOrEnd(const std::string& service, const InstanceState& instance) {
-    const std::string what = service + ", instance " + std::to_string(instance.number);
+  void holdOrEnd(const std::string& what, const InstanceState& instance) {
     if (instance.process) {
       ProcessHold hold(instance.process->pid);
       if (hold) running_.push_back({what, std::move(hold)});

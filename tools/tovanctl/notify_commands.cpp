@@ -17,6 +17,7 @@
 #include "tools/tovanctl/output.h"
 #include "tools/tovanctl/post_notification.h"
 #include "tools/tovanctl/process.h"
+#include "tools/tovanctl/table.h"
 #include "tools/tovanctl/values.h"
 
 namespace tovanctl {
@@ -108,7 +109,7 @@ class Watch {
     if (arguments_.json) {
       printJsonLine({{"name", text(name)}, {"object", json(object)}, {"userInfo", json(userInfo)}});
     } else {
-      print(clockTime() + "  " + text(name) + "  " + (object != nullptr ? text(object) : "-") +
+      print(clockTime() + "  " + onOneLine(text(name)) + "  " + (object != nullptr ? onOneLine(text(object)) : "-") +
             (userInfo != nullptr ? "  " + json(userInfo).dump(-1, ' ', false, Json::error_handler_t::replace) : "") +
             "\n");
     }

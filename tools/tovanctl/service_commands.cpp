@@ -2,12 +2,15 @@
 #include <tovan/service_cache_file.h>
 #include <tovan/service_installation.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "tools/tovanctl/commands.h"
 #include "tools/tovanctl/exit_code.h"
+#include "tools/tovanctl/file_change.h"
 #include "tools/tovanctl/install_command.h"
 #include "tools/tovanctl/jobs.h"
 #include "tools/tovanctl/output.h"
@@ -75,24 +78,63 @@ void get(const std::string& name, const std::string& key, bool asJson) {
   print(cell(value.get()) + "\n");
 }
 
+// Sets it under the file's lock, so that nothing gets lost which others change meanwhile. The entry as it is now.
+CServiceCacheEntry change(const std::string& name, CFStringRef key, CFTypeRef value) {
+  CServiceCacheFile cache;
+  serviceOfName(cache, name);  // locking would make the file
+  beginChange(cache);
+  CServiceCacheEntry entry = serviceOfName(cache, name);
+  entry.setSetting(key, value);
+  cache.put(entry);
+  cache.flush();
+  return entry;
+}
+
+// The jobs beyond the number of instances would be dynamic ones from now on, which no sync ends.
+void endJobsBeyond(const std::string& name, const CServiceCacheEntry& entry) {
+  for (const Job& job : jobsOfService(entry)) {
+    if (job.instance < static_cast<unsigned int>(std::max(0, entry.instances))) continue;
+    if (takeDown(job))
+      print(name + ", instance " + std::to_string(job.instance) + ": job " + job.label + " unloaded\n");
+    removeDescription(job);
+  }
+}
+
 void set(const std::string& name, const std::string& key, const std::string& value) {
   const tovan::SettingDescription& setting = settingOfKey(CServiceCacheEntry::settings(), key);
   const auto parsed = parseValue(setting, value);
-  CServiceCacheFile cache;
-  CServiceCacheEntry entry = serviceOfName(cache, name);
-  entry.setSetting(setting.key, parsed.get());
-  cache.put(entry);
-  cache.flush();
+  const std::int32_t before = serviceOfName(CServiceCacheFile(), name).instances;
+  const CServiceCacheEntry entry = change(name, setting.key, parsed.get());
   print(name + ": " + key + " is now " + cell(entry.copySetting(setting.key).get()) + "\n");
+  if (!startedByLaunchd(entry)) return;
+  if (entry.instances < before) endJobsBeyond(name, entry);
+  if (entry.instances > before) writeMissingDescriptions(entry);
 }
 
-void change(const std::string& name, bool (*function)(CFStringRef), const std::string& done) {
+void callForService(const std::string& name, bool (*function)(CFStringRef), const std::string& done) {
   {
     const CServiceCacheFile cache;
     serviceOfName(cache, name);
   }
   if (!function(string(name).get())) throw CommandError(kFailed, "\"" + name + "\" is not installed any more");
   print(name + ": " + done + "\n");
+}
+
+bool hasLoadedJobs(const CServiceCacheEntry& entry) {
+  if (!startedByLaunchd(entry)) return false;
+  try {
+    const std::vector<Job> jobs = jobsOfService(entry);
+    return std::any_of(jobs.begin(), jobs.end(), [](const Job& job) { return stateOfJob(job).loaded; });
+  } catch (const plinth::CException&) {
+    return false;  // of a launch hint or a name without jobs, or without launchctl
+  }
+}
+
+// What runs goes on. The daemon ends its own at the next sync; of the jobs nobody knows any more whose they were.
+void remove(const std::string& name) {
+  const CServiceCacheEntry entry = serviceOfName(CServiceCacheFile(), name);
+  callForService(name, removeService, "removed");
+  if (hasLoadedJobs(entry)) message("its jobs are still loaded; `tovanctl down` ends them, with everything else");
 }
 
 struct Arguments {
@@ -109,7 +151,7 @@ void addChangingVerb(CLI::App& service, const std::shared_ptr<Arguments>& argume
                      const std::string& help, bool (*function)(CFStringRef), const std::string& done) {
   CLI::App* const command = service.add_subcommand(verb, help);
   command->add_option("NAME", arguments->name, "The service's name")->required();
-  command->callback([arguments, function, done] { change(arguments->name, function, done); });
+  command->callback([arguments, function, done] { callForService(arguments->name, function, done); });
 }
 
 CLI::App* addNamedVerb(CLI::App& service, const std::shared_ptr<Arguments>& arguments, const std::string& verb,
@@ -154,7 +196,8 @@ void addServiceCommands(CLI::App& app) {
   setCommand->add_option("VALUE", arguments->value, "The new value, of the setting's type")->required();
   setCommand->callback([arguments] { set(arguments->name, arguments->key, arguments->value); });
 
-  addChangingVerb(service, arguments, "remove", "Take a service out of the registry", removeService, "removed");
+  CLI::App* const removeCommand = addNamedVerb(service, arguments, "remove", "Take a service out of the registry");
+  removeCommand->callback([arguments] { remove(arguments->name); });
   addChangingVerb(service, arguments, "enable", "Let a service run, from the next sync on", enableService, "enabled");
   addChangingVerb(service, arguments, "disable", "Keep a service from running, from the next sync on", disableService,
                   "disabled");

@@ -1,4 +1,5 @@
 // `tovanctl service start|stop|restart|sync` and `service instances add|remove`.
+#include <fmt/format.h>
 #include <tovan/dynamic_instances.h>
 #include <tovan/service_control.h>
 #include <tovan/service_installation.h>
@@ -54,6 +55,7 @@ void stop(const Names& names, double timeout) {
 
 // The daemon restarts its own services. A job is loaded anew: that way nothing holds its next start back.
 void restartJobs(const CServiceCacheEntry& entry) {
+  writeMissingDescriptions(entry);
   for (const InstanceState& instance : lookAtService(entry).instances) {
     takeDown(*instance.job);
     bringUp(*instance.job);
@@ -67,7 +69,7 @@ void restart(const Names& names, double timeout) {
     const std::string name = text(entry.name());
     if (!entry.enabled) {
       throw CommandError(
-          kFailed, "\"" + name + "\" is disabled; `tovanctl service start " + name + "` enables it and starts it");
+          kFailed, fmt::format("\"{0}\" is disabled; `tovanctl service start {0}` enables it and starts it", name));
     }
     for (const pid_t pid : processesOf(lookAtService(entry))) before.push_back(pid);
     if (!startedByLaunchd(entry)) ofDaemon.push_back(name);
@@ -125,8 +127,11 @@ bool allJobsRun(const ServiceState& service) {
 void addInstances(const std::string& name, unsigned int count, double timeout) {
   const unsigned int there = dynamicInstances(launchAgentOfName(name));
   const auto service = string(name);
-  installDynamicServiceInstances(service.get(), there + count);
-  syncDynamicServiceInstances(service.get(), there + count, true);
+  // Not as a block: that begins with those that are there, and would describe them anew.
+  for (unsigned int index = there; index < there + count; ++index) {
+    const plinth::CSharedCFRef<CFStringRef> identifier(installDynamicServiceInstance(service.get(), index));
+    syncDynamicServiceInstance(service.get(), index, true);
+  }
   reportServices(awaitServices({name}, deadlineIn(timeout), allJobsRun), allJobsRun);
 }
 

@@ -40,6 +40,9 @@ std::string missingText(const ServiceState& service) {
 std::string stateLine(const ServiceState& service) {
   const std::vector<pid_t> pids = processesOf(service);
   std::string line = service.name + ": " + (service.enabled ? "" : "disabled, ");
+  if (service.enabled && service.instances.empty()) {
+    return line + "not running; it has no instances: `tovanctl service set " + service.name + " Instances NUMBER`";
+  }
   if (pids.empty()) return line + "not running" + (service.enabled ? missingText(service) : "");
   const auto configured = static_cast<std::size_t>(std::count_if(
       service.instances.begin(), service.instances.end(), [](const InstanceState& one) { return !one.dynamic; }));
@@ -58,7 +61,12 @@ std::vector<tovan::CServiceCacheEntry> servicesOfNames(const std::vector<std::st
   return entries;
 }
 
-void synchronise(const std::vector<std::string>& names) { syncServices(arrayOfStrings(names).get()); }
+void synchronise(const std::vector<std::string>& names) {
+  for (const tovan::CServiceCacheEntry& entry : servicesOfNames(names)) {
+    if (entry.enabled && startedByLaunchd(entry)) writeMissingDescriptions(entry);
+  }
+  syncServices(arrayOfStrings(names).get());
+}
 
 std::vector<ServiceState> awaitServices(const std::vector<std::string>& names, Deadline deadline,
                                         const std::function<bool(const ServiceState&)>& condition) {

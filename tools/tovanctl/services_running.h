@@ -12,7 +12,7 @@ namespace tovanctl {
 // The entry of each name. CommandError(kUnknownName), with the nearest name, for the first that is not installed.
 std::vector<tovan::CServiceCacheEntry> servicesOfNames(const std::vector<std::string>& names);
 
-// syncServices.
+// syncServices, with the job descriptions in place that it needs.
 void synchronise(const std::vector<std::string>& names);
 
 // Looks at the services again and again until each meets the condition or the deadline has come, and gives the last

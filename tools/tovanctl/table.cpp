@@ -10,20 +10,20 @@
 namespace tovanctl {
 namespace {
 
-// Code points, not bytes; control characters (a newline in a path) are shown as blanks so that rows stay rows.
+// Code points, not bytes.
 std::size_t width(const std::string& cell) {
   return static_cast<std::size_t>(std::count_if(
       cell.begin(), cell.end(), [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) != 0x80U; }));
 }
 
-std::string onOneLine(std::string cell) {
-  std::replace_if(
-      cell.begin(), cell.end(), [](char byte) { return static_cast<unsigned char>(byte) < 0x20U || byte == 0x7F; },
-      ' ');
-  return cell;
-}
-
 }  // namespace
+
+std::string onOneLine(std::string text) {
+  std::replace_if(
+      text.begin(), text.end(), [](char byte) { return static_cast<unsigned char>(byte) < 0x20U || byte == 0x7F; },
+      ' ');
+  return text;
+}
 
 std::string styled(const std::string& text, Style style, bool colour) {
   static constexpr const char* kStarts[] = {"", "\x1b[1m", "\x1b[32m", "\x1b[33m", "\x1b[31m"};

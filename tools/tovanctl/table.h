@@ -11,6 +11,10 @@ enum class Style { plain, heading, good, warning, bad };
 // The text in its style; as it is without colour.
 std::string styled(const std::string& text, Style style, bool colour);
 
+// Control characters (a newline in a path, a name that means to colour the screen) become blanks, so that a line stays
+// a line.
+std::string onOneLine(std::string text);
+
 class Table {
  public:
   explicit Table(std::vector<std::string> headings) { add(std::move(headings), Style::heading); }

@@ -278,6 +278,9 @@ TEST_F(NotificationProcessesTest, AForkedChildLetsGoOfItsParentsSocket) {
 }
 
 TEST_F(NotificationProcessesTest, AForkWhileOtherThreadsPostDoesNotHang) {
+#ifdef TOVAN_ADDRESS_SANITIZED
+  GTEST_SKIP() << "AddressSanitizer's allocator leaves its locks held in the child of a process with threads";
+#endif
   std::atomic<bool> stop = false;
   std::vector<std::thread> threads;
   for (int i = 0; i < 3; ++i) {

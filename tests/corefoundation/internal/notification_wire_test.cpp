@@ -1,11 +1,15 @@
 // The wire form, with a client of the bus that knows nothing of the centre at the other end.
 #include <CoreFoundation/CFNumber.h>
+#include <CoreFoundation/CFPropertyList.h>
+#include <CoreFoundation/CFRunLoop.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <systemd/sd-bus.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/corefoundation/notification_center_thread.h"
@@ -215,12 +219,12 @@ TEST_F(NotificationRefusalTest, FlatContainersThatDoNotAddUpAreDropped) {
   expectDropped(1, 0, "a plain container in a flat one");
 }
 
-// A flood of openings builds nothing deeper than a property list may be.
-TEST_F(NotificationRefusalTest, FlatContainersThatAreTooDeepAreDropped) {
+// A notification whose user info holds arrays within one another, written flat.
+void emitDeep(sd_bus* bus, int levels) {
   sd_bus_message* made = nullptr;
-  ASSERT_GE(sd_bus_message_new_signal(raw_.get(), &made, cf::kNotificationPath, cf::kNotificationInterface,
-                                      cf::kNotificationMember),
-            0);
+  ASSERT_GE(
+      sd_bus_message_new_signal(bus, &made, cf::kNotificationPath, cf::kNotificationInterface, cf::kNotificationMember),
+      0);
   const cf::BusMessage message(made);
   ASSERT_GE(sd_bus_message_append(made, "ssu", "Deep2", "", 2U), 0);
   sd_bus_message_open_container(made, 'a', "{sv}");
@@ -230,11 +234,22 @@ TEST_F(NotificationRefusalTest, FlatContainersThatAreTooDeepAreDropped) {
   sd_bus_message_open_container(made, 'r', "sav");
   sd_bus_message_append(made, "s", "flat");
   sd_bus_message_open_container(made, 'a', "v");
-  for (int i = 0; i < 100000; ++i) sd_bus_message_append(made, "v", "(yu)", 'a', 1U);
+  for (int i = 0; i < levels; ++i) sd_bus_message_append(made, "v", "(yu)", 'a', 1U);
+  sd_bus_message_append(made, "v", "s", "core");
   for (int i = 0; i < 5; ++i) ASSERT_GE(sd_bus_message_close_container(made), 0);
-  ASSERT_GE(sd_bus_send(raw_.get(), made, nullptr), 0);
-  ASSERT_GE(sd_bus_flush(raw_.get()), 0);
+  ASSERT_GE(sd_bus_send(bus, made, nullptr), 0);
+  ASSERT_GE(sd_bus_flush(bus), 0);
+}
+
+// A flood of openings builds nothing deeper than a property list may be; the user info is the first of its levels.
+TEST_F(NotificationRefusalTest, FlatContainersThatAreTooDeepAreDropped) {
+  emitDeep(raw_.get(), 100000);
   expectDropped(1, 0, "a flat list of a hundred thousand levels");
+  emitDeep(raw_.get(), kCFPropertyListMaximumDepth);
+  expectDropped(1, 0, "a flat list of one level too many");
+  emitDeep(raw_.get(), kCFPropertyListMaximumDepth - 1);
+  ASSERT_TRUE(log_.await(log_.all.size() + 1));
+  EXPECT_EQ(log_.all.back().name, "Deep2");
 }
 
 TEST_F(NotificationRefusalTest, WhatIsSentToOneAloneIsNoNotification) {
@@ -280,6 +295,30 @@ TEST_F(NotificationRefusalTest, ACallIsAnsweredWithAnError) {
     if (answer.empty()) sd_bus_wait(raw_.get(), 100000);
   }
   EXPECT_EQ(answer, SD_BUS_ERROR_UNKNOWN_METHOD);
+}
+
+// What is nobody's business does not keep the run loop from its other work.
+TEST_F(NotificationRefusalTest, AFloodOfMalformedMessagesLeavesTimersTheirTurn) {
+  constexpr std::uint64_t kFlood = 5000;
+  constexpr std::uint64_t kAtOnce = 64;
+  struct Watch {
+    std::uint64_t last;
+    std::uint64_t most = 0;
+  } watch{before_.malformed};
+  CFRunLoopTimerContext context{0, &watch, nullptr, nullptr, nullptr};
+  const auto look = [](CFRunLoopTimerRef, void* info) {
+    Watch& seen = *static_cast<Watch*>(info);
+    const std::uint64_t now = cf::droppedMessages().malformed;
+    seen.most = std::max(seen.most, now - std::exchange(seen.last, now));
+  };
+  const plinth::CSharedCFRef<CFRunLoopTimerRef> timer(
+      CFRunLoopTimerCreate(nullptr, CFAbsoluteTimeGetCurrent(), 1e-9, 0, 0, look, &context));
+  CFRunLoopAddTimer(CFRunLoopGetCurrent(), timer.get(), kCFRunLoopDefaultMode);
+  for (std::uint64_t i = 0; i < kFlood; ++i) raw_.emit({}, "ss", "A2", "x");
+  expectDropped(kFlood, 0, "a flood");
+  CFRunLoopTimerInvalidate(timer.get());
+  EXPECT_GT(watch.most, 0U);
+  EXPECT_LE(watch.most, kAtOnce) << "dropped between two calls of a timer that is always due";
 }
 
 // Bytes that are no message at all end the client that sends them, and nobody else.

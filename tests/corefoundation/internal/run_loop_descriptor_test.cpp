@@ -11,6 +11,7 @@
 #include <optional>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "tests/corefoundation/run_loop_support.h"
@@ -141,6 +142,24 @@ TEST(DescriptorSourceTest, WaitsForWhatItsHookSaysEachTime) {
   interest.events = EPOLLIN;
   EXPECT_EQ(run(kLong, true), kCFRunLoopRunHandledSource);
   EXPECT_EQ(calls, 1);
+}
+
+// Between the pass's look at its sources and its wait.
+TEST(DescriptorSourceTest, AWakeUpFromItsHookIsNotSleptThrough) {
+  const Pipe pipe;
+  const auto signalled = source([] {});
+  const Installed installed(signalled);
+  bool isFirst = true;
+  const auto watched = DescriptorSource::add(
+      pipe.reading(), 0, KeepsAlive::yes, [](std::uint32_t) { return false; },
+      [&] {
+        if (std::exchange(isFirst, false)) {
+          CFRunLoopSourceSignal(signalled);
+          CFRunLoopWakeUp(CFRunLoopGetCurrent());
+        }
+        return Interest{};
+      });
+  EXPECT_EQ(run(5, true), kCFRunLoopRunHandledSource);
 }
 
 TEST(DescriptorSourceTest, IsCalledAtItsDeadlineWithoutEvents) {

@@ -64,7 +64,9 @@ TEST_F(TovanctlLifecycleTest, UpAgainLeavesEverythingAsItIs) {
 
 TEST_F(TovanctlLifecycleTest, UpLeavesADisabledServiceDown) {
   installAgent();
-  EXPECT_THAT(succeeding({"up"}).out, HasSubstr(agent + ": disabled, not running\n"));
+  const CommandResult up = succeeding({"up"});
+  EXPECT_THAT(up.out, HasSubstr(agent + ": disabled, not running\n"));
+  EXPECT_THAT(up.err, HasSubstr("no service is enabled; `tovanctl service start NAME`"));
 }
 
 TEST_F(TovanctlLifecycleTest, UpWithoutServicesStartsTheDaemonAndSaysSo) {
@@ -128,12 +130,13 @@ TEST_F(TovanctlLifecycleTest, DownEndsTheJobsOfAServiceThatWasRemoved) {
   installAgent();
   succeeding({"service", "start", agent});
   const pid_t pid = pids(agent)[0];
-  succeeding({"service", "remove", agent});
+  EXPECT_THAT(succeeding({"service", "remove", agent}).err, HasSubstr("its jobs are still loaded; `tovanctl down`"));
   const json stray = status()["strayJobs"][0];
   EXPECT_EQ(stray["label"], identifier + ".agent");
   EXPECT_EQ(stray["pid"], pid);
   EXPECT_THAT(succeeding({"status"}).out, HasSubstr(identifier + ".agent (not installed)"));
-  EXPECT_THAT(succeeding({"down"}).out, HasSubstr(identifier + ".agent unloaded"));
+  EXPECT_THAT(succeeding({"down"}).out,
+              HasSubstr(identifier + ".agent (not installed): job " + identifier + ".agent unloaded\n"));
   EXPECT_FALSE(isRunning(pid));
 }
 
@@ -250,10 +253,24 @@ TEST_F(TovanctlLifecycleTest, StatusDescribesEveryInstance) {
   EXPECT_TRUE(agentInstances[1]["lastExit"].is_null());
 }
 
+TEST_F(TovanctlLifecycleTest, StatusTellsNoEndBeforeTheFirstOne) {
+  installAgent();
+  succeeding({"service", "start", agent});
+  EXPECT_TRUE(service(agent)["instances"][0]["loaded"]);
+  EXPECT_TRUE(service(agent)["instances"][0]["lastExit"].is_null());
+  EXPECT_EQ(succeeding({"status"}).out.find("exit 0"), std::string::npos);
+  const pid_t pid = pids(agent)[0];
+  ASSERT_GT(pid, 0);
+  ASSERT_EQ(::kill(pid, SIGTERM), 0);  // which it takes as a request to end, and ends well
+  EXPECT_TRUE(runLoopUntil([&] { return service(agent)["instances"][0]["lastExit"] == json{{"code", 0}}; }));
+  EXPECT_THAT(succeeding({"status"}).out, HasSubstr("exit 0"));
+}
+
 TEST_F(TovanctlLifecycleTest, StatusTellsHowAJobEnded) {
   installAgent();
   succeeding({"service", "start", agent});
   const pid_t pid = pids(agent)[0];
+  ASSERT_GT(pid, 0);
   ASSERT_EQ(::kill(pid, SIGKILL), 0);
   ASSERT_TRUE(runLoopUntil([&] { return service(agent)["instances"][0]["lastExit"] == json{{"signal", SIGKILL}}; }));
   const json instance = service(agent)["instances"][0];

@@ -100,6 +100,13 @@ TEST_F(TovanctlNotifyTest, WhatIsNoUserInfoIsAUsageError) {
   }
 }
 
+TEST_F(TovanctlNotifyTest, ALineStaysALineWhateverTheTextsAre) {
+  Watch watch({"--count", "1"});
+  succeeding({"notify", "post", "a\nb\x1b[31m", "--object", "c\rd\x7f"});
+  EXPECT_EQ(watch.waitForEnd(), 0);
+  EXPECT_THAT(watch.results(), testing::EndsWith("  a b [31m  c d \n"));
+}
+
 TEST_F(TovanctlNotifyTest, WatchShowsOnlyTheNameThatIsAskedFor) {
   Watch watch({"Wanted", "--json", "--count", "1"});
   succeeding({"notify", "post", "Unwanted"});

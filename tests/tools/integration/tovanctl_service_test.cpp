@@ -14,6 +14,10 @@ using testing::SizeIs;
 
 class TovanctlServiceTest : public test::TovanctlHost {
  protected:
+  std::string description(unsigned int instance) const {
+    const std::string number = instance == 0 ? "" : "-" + std::to_string(instance + 1);
+    return test::scratchHome() + "/Library/LaunchAgents/" + identifier + ".agent" + number + ".plist";
+  }
   bool isEnabled(const std::string& name) const { return service(name)["enabled"].get<bool>(); }
 };
 
@@ -121,7 +125,9 @@ TEST_F(TovanctlServiceTest, InstancesAreAddedBeyondTheConfiguredOnes) {
   succeeding({"service", "start", agent});
   const std::vector<pid_t> configured = pids(agent);
   succeeding({"service", "instances", "add", agent, "1"});
+  const std::string described = test::readFile(description(2));
   succeeding({"service", "instances", "add", agent, "2"});
+  EXPECT_EQ(test::readFile(description(2)), described) << "and so do the dynamic ones";
   const auto instances = service(agent)["instances"];
   ASSERT_EQ(instances.size(), 5U);
   for (std::size_t number = 0; number < instances.size(); ++number) {
@@ -144,6 +150,64 @@ TEST_F(TovanctlServiceTest, TheInstancesAddedLastAreRemovedFirst) {
   EXPECT_EQ(tooMany.status, 3);
   EXPECT_THAT(tooMany.err, HasSubstr("has 1 dynamic instance; 2 cannot be removed"));
   EXPECT_THAT(pids(agent), SizeIs(2));
+}
+
+TEST_F(TovanctlServiceTest, AHigherNumberOfInstancesRunsFromTheNextUpOn) {
+  installAgent();
+  succeeding({"service", "start", agent});
+  const pid_t first = pids(agent)[0];
+  succeeding({"service", "set", agent, "Instances", "3"});
+  EXPECT_TRUE(test::exists(description(1)) && test::exists(description(2)));
+  EXPECT_THAT(pids(agent), ElementsAre(first, 0, 0)) << "nothing is started yet";
+  EXPECT_THAT(succeeding({"up"}).out, HasSubstr(agent + ": 3 instances running, processes "));
+  EXPECT_EQ(pids(agent)[0], first);
+}
+
+TEST_F(TovanctlServiceTest, ALowerNumberOfInstancesEndsThoseBeyond) {
+  installAgent(3);
+  succeeding({"service", "start", agent});
+  succeeding({"service", "instances", "add", agent, "1"});
+  const std::vector<pid_t> before = pids(agent);
+  ASSERT_THAT(before, SizeIs(4));
+  const CommandResult set = succeeding({"service", "set", agent, "Instances", "1"});
+  EXPECT_THAT(set.out, HasSubstr(agent + ": Instances is now 1\n" + agent + ", instance 1: job " + identifier +
+                                 ".agent-2 unloaded\n"));
+  EXPECT_THAT(pids(agent), ElementsAre(before[0]));
+  for (unsigned int instance = 1; instance < 4; ++instance) {
+    EXPECT_FALSE(isRunning(before[instance])) << instance;
+    EXPECT_FALSE(test::exists(description(instance))) << instance;
+  }
+  EXPECT_TRUE(test::exists(description(0)));
+  EXPECT_THAT(succeeding({"service", "sync", agent}).out, HasSubstr(agent + ": 1 instance running"));
+}
+
+TEST_F(TovanctlServiceTest, AServiceWithoutInstancesSaysSo) {
+  installAgent(0);
+  EXPECT_THAT(succeeding({"service", "start", agent}).out,
+              HasSubstr("it has no instances: `tovanctl service set " + agent + " Instances NUMBER`\n"));
+  EXPECT_EQ(succeeding({"service", "remove", agent}).err, "") << "nothing is loaded";
+}
+
+TEST_F(TovanctlServiceTest, OtherSettingsLeaveTheInstancesAlone) {
+  installAgent(2);
+  succeeding({"service", "start", agent});
+  succeeding({"service", "instances", "add", agent, "1"});
+  const std::vector<pid_t> before = pids(agent);
+  succeeding({"service", "set", agent, "DisplayName", "Another name"});
+  succeeding({"service", "set", agent, "Instances", "2"});
+  EXPECT_EQ(pids(agent), before);
+}
+
+TEST_F(TovanctlServiceTest, AMissingDescriptionIsWrittenBeforeItIsNeeded) {
+  installAgent(2);
+  const std::string kept = test::readFile(description(0));
+  std::filesystem::remove(description(1));
+  succeeding({"service", "sync", agent});
+  EXPECT_FALSE(test::exists(description(1))) << "a disabled service needs none";
+  EXPECT_THAT(succeeding({"service", "start", agent}).out, HasSubstr(agent + ": 2 instances running"));
+  EXPECT_EQ(test::readFile(description(0)), kept) << "what is there is left as it is";
+  std::filesystem::remove(description(1));
+  EXPECT_THAT(succeeding({"service", "restart", agent}).out, HasSubstr(agent + ": 2 instances running"));
 }
 
 TEST_F(TovanctlServiceTest, StopEndsTheDynamicInstancesToo) {
@@ -170,6 +234,7 @@ TEST_F(TovanctlServiceTest, AKilledServiceOfTheDaemonComesBack) {
   succeeding({"up"});
   succeeding({"service", "start", own});
   const pid_t before = pids(own)[0];
+  ASSERT_GT(before, 0);
   ASSERT_EQ(::kill(before, SIGKILL), 0);
   ASSERT_TRUE(runLoopUntil([&] { return !isRunning(before); }));
   succeeding({"service", "sync", own});
@@ -180,6 +245,7 @@ TEST_F(TovanctlServiceTest, AKilledLaunchAgentComesBack) {
   installAgent();
   succeeding({"service", "start", agent});
   const pid_t before = pids(agent)[0];
+  ASSERT_GT(before, 0);
   ASSERT_EQ(::kill(before, SIGKILL), 0);
   ASSERT_TRUE(runLoopUntil([&] { return !isRunning(before); }));
   succeeding({"service", "sync", agent});  // waits; the throttle interval is ten seconds

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <regex>
 #include <string>
@@ -11,6 +12,7 @@
 
 #include "tests/support/command.h"
 #include "tests/support/scratch_home.h"
+#include "tests/tools/integration/running_program.h"
 
 namespace {
 
@@ -239,6 +241,36 @@ TEST_F(TovanctlTest, AnUnknownSettingGetsASuggestion) {
     const CommandResult result = tovanctl(arguments);
     EXPECT_EQ(result.status, 3);
     EXPECT_THAT(result.err, HasSubstr("did you mean \"DaemonPort\"?"));
+  }
+}
+
+TEST_F(TovanctlTest, AServiceWithAnUnsupportedLaunchHintCanBeRemoved) {
+  succeeding({"service", "install"});
+  succeeding({"service", "set", kTranscoder, "LaunchHint", "launchd.LaunchDaemon"});
+  const CommandResult removed = succeeding({"service", "remove", kTranscoder});
+  EXPECT_EQ(removed.out, kTranscoder + ": removed\n");
+  EXPECT_EQ(removed.err, "");
+}
+
+TEST_F(TovanctlTest, ProgramsThatSetAtOnceLoseNothing) {
+  succeeding({"service", "install"});
+  const std::vector<std::vector<std::string>> settings = {{"service", "set", kTranscoder, "NetworkName"},
+                                                          {"service", "set", kJobController, "NetworkName"},
+                                                          {"service", "set", kJobController, "DisplayName"},
+                                                          {"config", "set", "DNSDomain"},
+                                                          {"config", "set", "ServerName"}};
+  for (int round = 0; round < 20; ++round) {
+    const std::string value = "round " + std::to_string(round);
+    std::vector<std::unique_ptr<test::RunningProgram>> programs;
+    for (std::vector<std::string> arguments : settings) {
+      arguments.push_back(value);
+      programs.push_back(std::make_unique<test::RunningProgram>(TOVAN_BUILD_DIR "/bin/tovanctl", arguments));
+    }
+    for (const auto& program : programs) ASSERT_EQ(program->waitForEnd(), 0) << program->output();
+    for (std::vector<std::string> arguments : settings) {
+      arguments[1] = "get";
+      ASSERT_EQ(succeeding(arguments).out, value + "\n") << arguments.back();
+    }
   }
 }
 

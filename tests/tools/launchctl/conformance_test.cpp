@@ -66,6 +66,7 @@ TEST_P(LaunchctlTest, AJobWithoutConditionsStaysDownUntilItIsStarted) {
   const auto status = statusOf(job.label());
   ASSERT_TRUE(status);
   EXPECT_FALSE(status->pid);
+  EXPECT_FALSE(status->hasEnded);
   EXPECT_EQ(status->lastExitStatus, 0);
   EXPECT_EQ(launchctl({"start", job.label()}).status, 0);
   const pid_t pid = awaitRunning(job.label());
@@ -76,6 +77,7 @@ TEST_P(LaunchctlTest, AJobWithoutConditionsStaysDownUntilItIsStarted) {
   EXPECT_FALSE(test::isAlive(pid)) << "stop returned before the job had ended";
   ASSERT_TRUE(awaitDown(job.label()));
   EXPECT_TRUE(await([&] { return exitOf(job.label()) == SIGTERM; })) << exitOf(job.label());
+  EXPECT_TRUE(statusOf(job.label())->hasEnded);
 }
 
 TEST_P(LaunchctlTest, ArgumentsEnvironmentAndFolderArriveUnchanged) {
@@ -160,6 +162,18 @@ TEST_P(LaunchctlTest, AProgramIsFoundAlongPathAndMayHaveAnotherName) {
                                                                               "1000\0",
                                                                               13);
   })) << test::readFile("/proc/" + std::to_string(pid) + "/cmdline");
+}
+
+TEST_P(LaunchctlTest, ASuccessfulEndIsToldFromNone) {
+  if (done()) return;
+  JobFile job("test.success");
+  job.script("while [ ! -e \"" + job.in("end") + "\" ]; do sleep 0.02; done").set("RunAtLoad", "<true/>");
+  load(job);
+  ASSERT_GT(awaitRunning(job.label()), 0);
+  EXPECT_FALSE(statusOf(job.label())->hasEnded);
+  test::writeFile(job.in("end"), "");
+  EXPECT_TRUE(await([&] { return statusOf(job.label())->hasEnded; }));
+  EXPECT_EQ(exitOf(job.label()), 0);
 }
 
 TEST_P(LaunchctlTest, KeepAliveStartsItAgainNotSoonerThanTheThrottleInterval) {

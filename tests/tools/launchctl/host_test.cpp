@@ -1,4 +1,5 @@
 // launchd-host itself: one for a user, surviving its clients and its own sudden end.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -60,9 +61,50 @@ class LaunchdHostTest : public ::testing::Test {
     return -1;
   }
   const std::string& folder() const { return folder_; }
+  void killHost() const {
+    const pid_t last = host();
+    ASSERT_GT(last, 0);
+    ASSERT_EQ(::kill(last, SIGKILL), 0);
+    ASSERT_TRUE(await([&] { return !test::isAlive(last); }));
+  }
 
  private:
   std::string folder_;
+};
+
+// A session whose leader has ended, with one process left in it.
+class RunningGroup {
+ public:
+  RunningGroup() {
+    int ends[2] = {-1, -1};
+    EXPECT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+    leader_ = ::fork();
+    if (leader_ == 0) {
+      ::setsid();
+      const pid_t member = ::fork();
+      if (member == 0) {
+        ::execl("/bin/sleep", "sleep", "1000", nullptr);
+        ::_exit(126);
+      }
+      ::_exit(::write(ends[1], &member, sizeof member) == static_cast<ssize_t>(sizeof member) ? 0 : 1);
+    }
+    EXPECT_EQ(::read(ends[0], &member_, sizeof member_), static_cast<ssize_t>(sizeof member_));
+    ::close(ends[0]);
+    ::close(ends[1]);
+    EXPECT_EQ(::waitpid(leader_, nullptr, 0), leader_);
+  }
+  ~RunningGroup() {
+    if (member_ > 0) ::kill(member_, SIGKILL);
+  }
+  RunningGroup(const RunningGroup&) = delete;
+  RunningGroup& operator=(const RunningGroup&) = delete;
+
+  pid_t leader() const { return leader_; }
+  pid_t member() const { return member_; }
+
+ private:
+  pid_t leader_ = -1;
+  pid_t member_ = -1;
 };
 
 TEST_F(LaunchdHostTest, ListingWithoutJobsStartsNoHost) {
@@ -119,6 +161,7 @@ TEST_F(LaunchdHostTest, AKilledHostsJobsAreAdoptedNotDoubled) {
   job.arguments({"/bin/sleep", test::nap()}).trigger(job.in("trigger"));
   ASSERT_EQ(launchctl({"load", job.write()}).status, 0);
   const pid_t pid = awaitRunning(job.label());
+  ASSERT_GT(pid, 0);
   const pid_t first = host();
   ASSERT_GT(first, 0);
   ASSERT_EQ(::kill(first, SIGKILL), 0);
@@ -145,10 +188,91 @@ TEST_F(LaunchdHostTest, AnAdoptedJobIsEndedAtUnload) {
   ASSERT_EQ(launchctl({"load", job.write()}).status, 0);
   const pid_t pid = awaitRunning(job.label());
   ASSERT_TRUE(await([] { return !test::processesWith(test::nap()).empty(); }));
-  ::kill(host(), SIGKILL);
+  ASSERT_GT(pid, 0);
+  killHost();
   EXPECT_EQ(launchctl({"unload", job.path()}).status, 0);
   EXPECT_FALSE(test::isAlive(pid));
   EXPECT_TRUE(await([] { return test::processesWith(test::nap()).empty(); }, 2));
+}
+
+TEST_F(LaunchdHostTest, WhatAJobLeftThatEndedWhileNoHostRanEndsBeforeItsNextStart) {
+  JobFile job("test.left.behind");
+  test::writeFile(job.in("trigger"), "");
+  job.script("(trap '' TERM; exec sleep " + test::nap() + ") & echo $! >> \"" + job.in("children") + "\"; exec sleep " +
+             test::nap());
+  job.trigger(job.in("trigger")).exitTimeOut(0.4);
+  ASSERT_EQ(launchctl({"load", job.write()}).status, 0);
+  const pid_t pid = awaitRunning(job.label());
+  ASSERT_GT(pid, 0);
+  ASSERT_TRUE(await([] { return test::processesWith(test::nap()).size() == 2; }));
+  ASSERT_TRUE(await([&] { return linesOf(job.in("children")).size() == 1; }));
+  const pid_t child = std::stoi(linesOf(job.in("children")).front());
+  killHost();
+  ASSERT_EQ(::kill(pid, SIGKILL), 0);
+  ASSERT_TRUE(await([&] { return !test::isAlive(pid); }));
+  ASSERT_TRUE(test::isAlive(child));
+  ASSERT_GT(awaitRunning(job.label()), 0);
+  EXPECT_FALSE(test::isAlive(child)) << "the job was started beside what it had left";
+  EXPECT_TRUE(await([] { return test::processesWith(test::nap()).size() == 2; }));
+  EXPECT_EQ(statusOf(job.label())->lastExitStatus, ::launchctl::kExitUnknown);
+  EXPECT_EQ(launchctl({"unload", job.path()}).status, 0);
+  EXPECT_TRUE(await([] { return test::processesWith(test::nap()).empty(); }, 2));
+}
+
+TEST_F(LaunchdHostTest, AJobThatWasBeingEndedWhenTheHostWasKilledIsEndedByTheNext) {
+  JobFile job("test.ending");
+  job.script("(trap '' TERM; exec sleep " + test::nap() + ") & sleep 0.2; exit 3");
+  job.set("KeepAlive", "<dict><key>SuccessfulExit</key><true/></dict>").exitTimeOut(2);
+  ASSERT_EQ(launchctl({"load", job.write()}).status, 0);
+  ASSERT_TRUE(await([&] { return statusOf(job.label())->hasEnded; })) << "its own process";
+  ASSERT_EQ(test::processesWith(test::nap()).size(), 1U);
+  killHost();
+  EXPECT_EQ(statusOf(job.label())->lastExitStatus, 3 << 8) << "the end was seen";
+  EXPECT_TRUE(await([] { return test::processesWith(test::nap()).empty(); }));
+  EXPECT_FALSE(await([&] { return pidOf(job.label()) != 0; }, 0.4)) << "it was started again after a failure";
+  EXPECT_EQ(launchctl({"unload", job.path()}).status, 0);
+}
+
+TEST_F(LaunchdHostTest, ProcessesThatOnlyShareTheNumberOfAnEarlierJobAreLeftAlone) {
+  JobFile job("test.number");
+  job.arguments({"/bin/sleep", "1000"}).set("RunAtLoad", "<true/>");
+  ASSERT_EQ(launchctl({"load", job.write()}).status, 0);
+  const pid_t pid = awaitRunning(job.label());
+  ASSERT_GT(pid, 0);
+  killHost();
+  // The state tells of a job that ran before this leader was started: its group is somebody else's.
+  RunningGroup other;
+  std::string state = test::readFile(folder() + "/state.plist");
+  const std::string number = "<integer>" + std::to_string(pid) + "</integer>";
+  ASSERT_NE(state.find(number), std::string::npos);
+  state.replace(state.find(number), number.size(), "<integer>" + std::to_string(other.leader()) + "</integer>");
+  const std::size_t start = state.find("<integer>", state.find("StartTime")) + 9;
+  state.replace(start, state.find('<', start) - start, "99999999999");
+  test::writeFile(folder() + "/state.plist", state);
+  EXPECT_EQ(launchctl({"unload", job.path()}).status, 0);
+  EXPECT_TRUE(test::isAlive(other.member()));
+  ::kill(pid, SIGKILL);
+}
+
+TEST_F(LaunchdHostTest, AJobThatHadEndedBeforeTheHostWasKilledGoesOnByTheRulesForAnEnd) {
+  JobFile once("test.once");
+  once.script("echo >> \"" + once.in("starts") + "\"").set("RunAtLoad", "<true/>");
+  JobFile failed("test.failed");
+  failed.script("echo >> \"" + failed.in("starts") + "\"; exit 4");
+  failed.set("KeepAlive", "<dict><key>SuccessfulExit</key><true/></dict>");
+  JobFile fresh("test.fresh");
+  fresh.arguments({"/bin/sleep", "1000"});
+  ASSERT_EQ(launchctl({"load", once.write(), failed.write(), fresh.write()}).status, 0);
+  ASSERT_TRUE(await([&] { return statusOf(once.label())->hasEnded && statusOf(failed.label())->hasEnded; }));
+  killHost();
+  EXPECT_FALSE(await([&] { return pidOf(once.label()) != 0 || pidOf(failed.label()) != 0; }, 0.5));
+  EXPECT_EQ(linesOf(once.in("starts")).size(), 1U) << "a job that has done its work was run again";
+  EXPECT_EQ(linesOf(failed.in("starts")).size(), 1U) << "it was started again after a failure";
+  EXPECT_TRUE(statusOf(once.label())->hasEnded);
+  EXPECT_EQ(statusOf(once.label())->lastExitStatus, 0);
+  EXPECT_EQ(statusOf(failed.label())->lastExitStatus, 4 << 8);
+  EXPECT_FALSE(statusOf(fresh.label())->hasEnded);
+  EXPECT_EQ(launchctl({"unload", once.path(), failed.path(), fresh.path()}).status, 0);
 }
 
 TEST_F(LaunchdHostTest, AJobWhoseTriggerWentWhileNoHostRanIsEndedByTheNext) {
@@ -157,9 +281,8 @@ TEST_F(LaunchdHostTest, AJobWhoseTriggerWentWhileNoHostRanIsEndedByTheNext) {
   job.arguments({"/bin/sleep", "1000"}).trigger(job.in("trigger"));
   ASSERT_EQ(launchctl({"load", job.write()}).status, 0);
   const pid_t pid = awaitRunning(job.label());
-  const pid_t first = host();
-  ::kill(first, SIGKILL);
-  ASSERT_TRUE(await([&] { return !test::isAlive(first); }));
+  ASSERT_GT(pid, 0);
+  killHost();
   std::filesystem::remove(job.in("trigger"));
   EXPECT_TRUE(test::awaitDown(job.label()));
   EXPECT_FALSE(test::isAlive(pid));
@@ -215,7 +338,9 @@ TEST_F(LaunchdHostTest, SigtermEndsTheJobsAndTheHost) {
   ASSERT_EQ(launchctl({"load", job.write()}).status, 0);
   const pid_t pid = awaitRunning(job.label());
   const pid_t last = host();
-  ::kill(last, SIGTERM);
+  ASSERT_GT(pid, 0);
+  ASSERT_GT(last, 0);
+  ASSERT_EQ(::kill(last, SIGTERM), 0);
   EXPECT_TRUE(await([&] { return !test::isAlive(last) && !test::isAlive(pid); }));
   EXPECT_EQ(launchctl({"list"}).out, "PID\tStatus\tLabel\n");
 }

@@ -52,7 +52,7 @@ std::optional<Dictionary> receive(int socket) {
   FrameReader reader;
   auto deadline = Clock::now() + kAnswerTime;
   for (;;) {
-    while (const auto list = reader.next()) {
+    while (auto list = reader.next()) {
       if (stringOf(list->get(), message::kResult) != message::kWaiting) return list;
       const double seconds = numberOf(list->get(), message::kSeconds).value_or(0);
       deadline = seconds > 0 ? Clock::now() + kAnswerTime +
@@ -138,7 +138,7 @@ std::optional<Dictionary> EmbeddedBackEnd::ask(const Dictionary& request, bool n
     const Descriptor socket = reachHost(needed);
     if (!socket && !needed && !folder_.has(kStateFile)) return std::nullopt;
     if (!socket || !sendAll(socket.get(), bytes)) continue;
-    if (const auto answer = receive(socket.get())) {
+    if (auto answer = receive(socket.get())) {
       if (stringOf(answer->get(), message::kResult) == message::kFailed) {
         throw Failure(stringOf(answer->get(), message::kText).value_or("launchd-host refused"));
       }
@@ -167,16 +167,21 @@ bool EmbeddedBackEnd::unload(const std::string& label) { return askAbout(message
 bool EmbeddedBackEnd::start(const std::string& label) { return askAbout(message::kStart, label); }
 bool EmbeddedBackEnd::stop(const std::string& label) { return askAbout(message::kStop, label); }
 
-std::vector<JobStatus> EmbeddedBackEnd::list() {
+std::vector<JobStatus> EmbeddedBackEnd::askForJobs(const Dictionary& request) {
   std::vector<JobStatus> jobs;
-  const auto answer = ask(ListBuilder().set(message::kVerb, message::kList).list(), false);
+  const auto answer = ask(request, false);
   if (!answer) return jobs;
   for (const Dictionary& job : dictionariesOf(answer->get(), message::kJobs)) jobs.push_back(statusOfList(job.get()));
   return jobs;
 }
 
+std::vector<JobStatus> EmbeddedBackEnd::list() {
+  return askForJobs(ListBuilder().set(message::kVerb, message::kList).list());
+}
+
 std::optional<JobStatus> EmbeddedBackEnd::status(const std::string& label) {
-  for (JobStatus& job : list()) {
+  for (JobStatus& job :
+       askForJobs(ListBuilder().set(message::kVerb, message::kList).set(message::kLabel, label).list())) {
     if (job.label == label) return std::move(job);
   }
   return std::nullopt;

@@ -21,6 +21,7 @@ class EmbeddedBackEnd : public BackEnd {
  private:
   // The host's answer; nothing when there is no host and none is needed: `needed` false, and no jobs were left.
   std::optional<Dictionary> ask(const Dictionary& request, bool needed);
+  std::vector<JobStatus> askForJobs(const Dictionary& request);
   bool askAbout(const char* verb, const std::string& label);
   Descriptor reachHost(bool needed);
 

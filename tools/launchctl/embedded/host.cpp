@@ -75,6 +75,8 @@ void Host::takeOver() {
     if (job->processDescriptor() >= 0) {
       watch(job->processDescriptor(), EPOLLIN);
       log(label + ": took over the running process " + std::to_string(job->pid()));
+    } else if (!job->down()) {
+      log(label + ": ends what the process " + std::to_string(job->pid()) + " left");
     }
     job->begin(wants(*job), now);
   }

@@ -115,8 +115,11 @@ Dictionary Host::answerTo(Client& client, const Dictionary& request) {
   const std::string verb = stringOf(request.get(), message::kVerb).value_or("");
   if (verb == message::kLoad) return load(client, request);
   if (verb == message::kList) {
+    const auto only = stringOf(request.get(), message::kLabel);
     std::vector<Dictionary> jobs;
-    for (const auto& entry : jobs_) jobs.push_back(listOfStatus(entry.second->status()));
+    for (const auto& [label, job] : jobs_) {
+      if (!only || *only == label) jobs.push_back(listOfStatus(job->status()));
+    }
     return ListBuilder().set(message::kResult, message::kDone).set(message::kJobs, jobs).list();
   }
   const auto job = jobs_.find(stringOf(request.get(), message::kLabel).value_or(""));
@@ -175,7 +178,7 @@ Dictionary Host::start(Job& job) {
 
 Dictionary Host::stop(Client& client, const Dictionary& request, Job& job) {
   if (job.down()) return result(message::kDone);
-  const Dictionary answer = wait(client, request, job);
+  Dictionary answer = wait(client, request, job);
   job.stop(Clock::now());
   return answer;
 }

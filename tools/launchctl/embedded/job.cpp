@@ -21,6 +21,11 @@ Clock::duration seconds(double count) {
   return std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(count));
 }
 
+std::optional<int> lastExitStatusOf(const Dictionary& list) {
+  const auto status = integerOf(list.get(), message::kLastExitStatus);
+  return status ? std::optional(static_cast<int>(*status)) : std::nullopt;
+}
+
 }  // namespace
 
 Job::Job(const Dictionary& list)
@@ -29,7 +34,7 @@ Job::Job(const Dictionary& list)
       program_(stringOf(list.get(), message::kProgram).value_or(description_.program)),
       environment_(textsOf(list.get(), message::kEnvironment)),
       unloading_(boolOf(list.get(), message::kUnloading)),
-      lastExitStatus_(static_cast<int>(integerOf(list.get(), message::kLastExitStatus).value_or(0))),
+      lastExitStatus_(lastExitStatusOf(list)),
       problem_(stringOf(list.get(), message::kProblem).value_or("")) {
   takeUp(list);
 }
@@ -42,7 +47,10 @@ void Job::takeUp(const Dictionary& list) {
   const bool thisBoot = stringOf(list.get(), message::kBoot) == bootIdentifier();
   Descriptor process(thisBoot ? static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)) : -1);
   if (!process || startTimeOfProcess(pid) != start) {
-    lastExitStatus_ = kExitUnknown;
+    if (!boolOf(list.get(), message::kEnded)) lastExitStatus_ = kExitUnknown;
+    if (!thisBoot || !leavesProcesses(pid, start)) return;
+    pid_ = pid;
+    startTime_ = start;
     return;
   }
   ::fcntl(process.get(), F_SETFD, FD_CLOEXEC);
@@ -57,7 +65,8 @@ JobStatus Job::status() const {
   status.label = label();
   status.file = file_;
   if (running_) status.pid = pid_;
-  status.lastExitStatus = lastExitStatus_;
+  status.hasEnded = lastExitStatus_.has_value();
+  status.lastExitStatus = lastExitStatus_.value_or(0);
   status.program = program_;
   status.arguments = description_.arguments;
   status.problem = problem_;
@@ -70,13 +79,14 @@ Dictionary Job::saved() const {
   list.set(message::kFile, file_);
   list.set(message::kProgram, program_);
   list.set(message::kEnvironment, environment_);
-  list.set(message::kLastExitStatus, std::int64_t{lastExitStatus_});
+  if (lastExitStatus_) list.set(message::kLastExitStatus, std::int64_t{*lastExitStatus_});
   list.set(message::kUnloading, unloading_);
   if (!problem_.empty()) list.set(message::kProblem, problem_);
   if (pid_ != 0) {
     list.set(message::kBoot, bootIdentifier());
     list.set(message::kProcess, std::int64_t{pid_});
     list.set(message::kStartTime, static_cast<std::int64_t>(startTime_));
+    list.set(message::kEnded, !running_);
   }
   return list.list();
 }
@@ -88,8 +98,16 @@ void Job::begin(bool wanted, TimePoint now) {
     if (unloading_ || (description_.triggered() && !wanted_)) end(now);
     return;
   }
+  if (!down()) return end(now);  // its process has ended, and what that started has not
   if (unloading_) return;
-  if (description_.triggered() ? wanted_ : description_.startsAtLoad()) startAt_ = now;
+  if (description_.triggered() ? wanted_ : startsNow()) startAt_ = now;
+}
+
+// What ended under a former host goes on by the rules for an end. An end that nobody saw may have come before the
+// program ran, so that it is started as at load, unless its exit decides.
+bool Job::startsNow() const {
+  const bool ended = lastExitStatus_ && (*lastExitStatus_ != kExitUnknown || description_.successfulExit);
+  return ended ? keptAlive() : description_.startsAtLoad();
 }
 
 void Job::setWanted(bool wanted, TimePoint now) {

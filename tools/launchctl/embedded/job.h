@@ -7,7 +7,8 @@
 //
 // Up, its process runs. Ending, SIGTERM has gone to its process group and SIGKILL follows at killAt. Down, it may have
 // a time for its next start (startAt). An adopted job is one that a former host left: not a child of this one, so its
-// end is seen through a process descriptor and its exit status stays unknown.
+// end is seen through a process descriptor and its exit status stays unknown. One whose process had ended by then, with
+// others of its group left, is ending from the start.
 #pragma once
 
 #include <chrono>
@@ -73,6 +74,7 @@ class Job {
   bool groupLeft() const;
   void settle(TimePoint now);
   void becameDown(TimePoint now);
+  bool startsNow() const;
   bool keptAlive() const;
   TimePoint throttled() const;
   void takeUp(const Dictionary& list);
@@ -94,7 +96,7 @@ class Job {
   bool triggerLost_ = false;  // it is ending because its trigger went
   bool startAsked_ = false;   // start() came while it was ending
   unsigned long ends_ = 0;
-  int lastExitStatus_ = 0;
+  std::optional<int> lastExitStatus_;  // nothing before the first end
   std::string problem_;
   std::optional<TimePoint> startedAt_;
   std::optional<TimePoint> startAt_;

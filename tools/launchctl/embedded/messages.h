@@ -3,8 +3,8 @@
 
 namespace launchctl::message {
 
-// Requests: Verb, and Label for all but load and list. A load carries Job (the description as it was read), File,
-// Program (its absolute path) and Environment.
+// Requests: Verb, and Label for all but load; a list without one is of all jobs. A load carries Job (the description as
+// it was read), File, Program (its absolute path) and Environment.
 inline constexpr const char* kVerb = "Verb";
 inline constexpr const char* kLoad = "load";
 inline constexpr const char* kUnload = "unload";
@@ -33,6 +33,7 @@ inline constexpr const char* kSeconds = "Seconds";
 inline constexpr const char* kBoot = "Boot";
 inline constexpr const char* kProcess = "Process";
 inline constexpr const char* kStartTime = "StartTime";
+inline constexpr const char* kEnded = "Ended";  // of the process: what it started is being ended
 inline constexpr const char* kLastExitStatus = "LastExitStatus";
 inline constexpr const char* kProblem = "LaunchProblem";
 inline constexpr const char* kUnloading = "Unloading";

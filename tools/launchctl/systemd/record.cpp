@@ -44,10 +44,10 @@ JobToLoad readRecord(const std::string& path) {
   }
 }
 
-int readExit(const std::string& path) {
+std::optional<int> readExit(const std::string& path) {
   std::ifstream file(path);
   int status = 0;
-  return file >> status ? status : 0;
+  return file >> status ? std::optional(status) : std::nullopt;
 }
 
 int exitStatusOf(const std::string& code, const std::string& status) {

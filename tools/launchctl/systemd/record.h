@@ -2,6 +2,7 @@
 // (embedded/messages.h), and the file with its last exit status.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "tools/launchctl/back_end.h"
@@ -12,8 +13,8 @@ std::string recordText(const JobToLoad& job);
 // Failure when it is missing or damaged.
 JobToLoad readRecord(const std::string& path);
 
-// The wait(2) status that a file of recordExit() holds; 0 when there is none.
-int readExit(const std::string& path);
+// The wait(2) status that a file of recordExit() holds; nothing when there is none.
+std::optional<int> readExit(const std::string& path);
 // From $EXIT_CODE and $EXIT_STATUS; kExitUnknown for what they do not say.
 int exitStatusOf(const std::string& code, const std::string& status);
 

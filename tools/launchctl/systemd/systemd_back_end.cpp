@@ -202,7 +202,9 @@ std::vector<JobStatus> SystemdBackEnd::statusOf(const std::vector<JobToLoad>& jo
     status.file = job.file;
     status.program = job.program;
     status.arguments = job.description.arguments;
-    status.lastExitStatus = readExit(folder_ + "/" + UnitNames(status.label).exit);
+    const std::optional<int> exit = readExit(folder_ + "/" + UnitNames(status.label).exit);
+    status.hasEnded = exit.has_value();
+    status.lastExitStatus = exit.value_or(0);
     std::string word;  // the answers stand in the units' order, one number each
     const long pid = answers >> word ? std::strtol(word.c_str(), nullptr, 10) : 0;
     if (pid > 0) status.pid = static_cast<pid_t>(pid);
