@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <mutex>
 #include <string_view>
 
 namespace tovan {
@@ -58,12 +59,18 @@ platform::Descriptor openForReading(const std::string& path) {
   return file;
 }
 
+// The file's size between two records: while one is written the file grows piece by piece.
+off_t sizeBetweenRecords(const platform::Descriptor& file, CTovanLogger::OStream& writer) {
+  const std::lock_guard lock(*writer.mutex());
+  return ::lseek(file.get(), 0, SEEK_END);
+}
+
 }  // namespace
 
 std::string CTovanLogger::logDataAsString() const {
   if (activeStream_->kind() != kStreamKindFile) return logErrorDataAsString(kLogErrorNotLoggingToFile);
   const platform::Descriptor file = openForReading(logPath()->str());
-  const off_t size = file ? ::lseek(file.get(), 0, SEEK_END) : 0;
+  const off_t size = file ? sizeBetweenRecords(file, *activeStream_) : 0;
   if (size <= 0 || ::lseek(file.get(), 0, SEEK_SET) != 0) return std::string();
   std::string reply;
   reply.reserve(static_cast<std::size_t>(size) + kLogEnd.size());

@@ -84,9 +84,9 @@ CSharedCFRef<CFDataRef> readWhole(int descriptor) {
   std::unique_ptr<UInt8, FreeBytes> bytes(static_cast<UInt8*>(std::malloc(size + 1)));
   if (bytes == nullptr) return nullptr;
   if (!transferAll(size, [&] { return ::pread(descriptor, bytes.get(), size, 0); })) return nullptr;
-  const CSharedCFRef<CFDataRef> data =
+  CSharedCFRef<CFDataRef> data =
       CFDataCreateWithBytesNoCopy(kCFAllocatorDefault, bytes.get(), static_cast<CFIndex>(size), kCFAllocatorDefault);
-  if (!data.isNull()) bytes.release();  // the data frees them
+  if (!data.isNull()) static_cast<void>(bytes.release());  // the data frees them
   return data;
 }
 
@@ -131,7 +131,7 @@ bool CPropertyListBasicFile::refresh() {
 
 CSharedCFRef<CFDictionaryRef> CPropertyListBasicFile::readPropertyList() const {
   lastRefreshFailed_ = true;
-  const CSharedCFRef<CFDictionaryRef> list = reportingFailures([this] {
+  CSharedCFRef<CFDictionaryRef> list = reportingFailures([this] {
     return readLocked(fileLock_.isNull() ? *plinth::makeShared<COpenFile>(filePath_.get(), kOpenForRead) : *fileLock_);
   });
   lastRefreshFailed_ = false;

@@ -181,7 +181,7 @@ void CServiceCacheEntry::fromDict(CFDictionaryRef dictionary) {
 }
 
 CSharedCFRef<CFMutableDictionaryRef> CServiceCacheEntry::toDict() const {
-  const CSharedCFRef<CFMutableDictionaryRef> dictionary(CFUtil::CFDictMakeMutable());
+  CSharedCFRef<CFMutableDictionaryRef> dictionary(CFUtil::CFDictMakeMutable());
   writeSettings(Table::kRows, *this, dictionary.get());
   return dictionary;
 }

@@ -77,7 +77,7 @@ void CServiceConfigEntry::fromDict(CFDictionaryRef dictionary) {
 }
 
 CSharedCFRef<CFMutableDictionaryRef> CServiceConfigEntry::toDict() const {
-  const CSharedCFRef<CFMutableDictionaryRef> dictionary(CFUtil::CFDictMakeMutable());
+  CSharedCFRef<CFMutableDictionaryRef> dictionary(CFUtil::CFDictMakeMutable());
   writeSettings(Table::kRows, *this, dictionary.get());
   return dictionary;
 }

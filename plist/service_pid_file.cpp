@@ -174,7 +174,7 @@ void CServicePIDFile::clearProcessAttributes(std::int32_t pid) {
 CSharedObjectRef<CPropertyListBasicFile::CFileLockMonitor> CServicePIDFile::beginTransaction() {
   if (!fileLock().isNull()) return nullptr;
   lockForRW();
-  const auto monitor = plinth::makeShared<CFileLockMonitor>(this);
+  auto monitor = plinth::makeShared<CFileLockMonitor>(this);
   refresh();
   return monitor;
 }

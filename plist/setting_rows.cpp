@@ -100,7 +100,7 @@ CSharedCFRef<CFTypeRef> writtenValue(const SettingRule& rule, const CSharedCFRef
 
 // "a string", "an array", "one of DN, MC, RV".
 std::string wantedText(const SettingDescription& setting) {
-  const std::string type = settingTypeText(setting);
+  std::string type = settingTypeText(setting);
   if (setting.type == SettingType::enumeration) return type;
   return (setting.type == SettingType::array ? "an " : "a ") + type;
 }

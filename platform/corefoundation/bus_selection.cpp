@@ -38,6 +38,7 @@ ChosenBus connectToBus(MonotonicTime deadline) {
   // The bus on demand comes last anyway, and is started again when it is gone.
   if (last != kNowhere && last != static_cast<int>(BusPlace::onDemand)) {
     if (tryPlace(static_cast<BusPlace>(last), deadline, chosen)) return chosen;
+    busWasLost();  // nobody else may have noticed yet
     if (chosen.timedOut || monotonicNow() < loyalUntil.load(std::memory_order_relaxed)) return chosen;
   }
   for (const BusPlace place : {BusPlace::session, BusPlace::user, BusPlace::onDemand}) {

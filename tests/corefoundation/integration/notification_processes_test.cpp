@@ -21,6 +21,7 @@
 
 #include "tests/support/notification_log.h"
 #include "tests/support/private_bus.h"
+#include "tests/support/scratch_home.h"
 
 namespace {
 
@@ -306,6 +307,8 @@ TEST_F(NotificationProcessesTest, AForkWhileOtherThreadsPostDoesNotHang) {
 }
 
 TEST_F(NotificationProcessesTest, ObserversAreBackWhenTheBusIs) {
+  const std::string onDemand = test::scratchHome() + "/bus";
+  ::setenv("TOVAN_BUS_FOLDER", onDemand.c_str(), 1);
   NotificationLog log, every;
   log.observe(CFSTR("Back2"), CFSTR("x"));
   every.observe(nullptr, nullptr);
@@ -334,6 +337,8 @@ TEST_F(NotificationProcessesTest, ObserversAreBackWhenTheBusIs) {
     post(CFSTR("Added2"), nullptr);
     EXPECT_TRUE(added.await(1));
   }
+  EXPECT_FALSE(std::filesystem::exists(onDemand)) << "a bus that is being restarted scatters nobody";
+  ::unsetenv("TOVAN_BUS_FOLDER");
 }
 
 TEST_F(NotificationProcessesTest, APosterFindsTheBusAgainWithItsNextPost) {
