@@ -45,8 +45,7 @@ void makeLogFolder() {
 
 plinth::CStringRef logPathOf(const plinth::CStringRef& serviceName, unsigned int instance) {
   // The folder ends in "/" already: the path holds two slashes there, which is deliberate.
-  const plinth::CStringRef path =
-      plinth::CString::sprintf("%@/%@", logFolder()->getStringRef(), serviceName->getStringRef());
+  plinth::CStringRef path = plinth::CString::sprintf("%@/%@", logFolder()->getStringRef(), serviceName->getStringRef());
   if (instance != 0) path->append(plinth::CString::sprintf("-%ld", static_cast<long>(instance)));
   path->append(".log");
   return path;

@@ -64,7 +64,7 @@ JobStatus Job::status() const {
   JobStatus status;
   status.label = label();
   status.file = file_;
-  if (running_) status.pid = pid_;
+  if (running_ && !hasFailed(launched_)) status.pid = pid_;
   status.hasEnded = lastExitStatus_.has_value();
   status.lastExitStatus = lastExitStatus_.value_or(0);
   status.program = program_;

@@ -1,6 +1,8 @@
 #include "tools/launchctl/embedded/launch.h"
 
+#include <poll.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -14,6 +16,8 @@
 
 namespace launchctl {
 namespace {
+
+constexpr int kOutcomeMilliseconds = 100;
 
 // All that the child needs, made before the fork.
 struct Child {
@@ -119,6 +123,14 @@ void openGate(Launched& launched) noexcept {
   while (::write(launched.gate.get(), "g", 1) < 0 && errno == EINTR) {
   }
   launched.gate.reset();
+  // The program's start closes the other end; what keeps it from starting is said there.
+  pollfd outcome{launched.failures.get(), POLLIN, 0};
+  ::poll(&outcome, 1, kOutcomeMilliseconds);
+}
+
+bool hasFailed(const Launched& launched) noexcept {
+  int said = 0;
+  return launched.failures && ::ioctl(launched.failures.get(), FIONREAD, &said) == 0 && said > 0;
 }
 
 std::string failureOf(int descriptor) {

@@ -21,8 +21,10 @@ struct Launched {
 // Failure when no process is to be had.
 Launched launch(const JobDescription& job, const std::string& program,
                 const std::map<std::string, std::string>& environment);
-// Lets the program run.
+// Lets the program run, and waits until it does or has failed to, a tenth of a second at most.
 void openGate(Launched& launched) noexcept;
+// Whether it has failed to: the child is about to end, or has ended.
+bool hasFailed(const Launched& launched) noexcept;
 // What kept the program from running, such as "cannot execute /x: No such file or directory"; empty when it ran.
 std::string failureOf(int descriptor);
 
