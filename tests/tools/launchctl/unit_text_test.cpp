@@ -87,6 +87,7 @@ TEST(UnitTextTest, ThePathUnitNamesWhatItCanExpress) {
   const std::string plain = unit("<key>/t x%</key><true/><key>/brake</key><false/>");
   EXPECT_THAT(plain, HasSubstr("\nUnit=tovan-job-a\\x20b\\x25.service\n"));
   EXPECT_THAT(plain, HasSubstr("\nPathExists=/t x%%\n"));
+  EXPECT_THAT(plain, HasSubstr("\nAfter=tovan-watch-a\\x20b\\x25.service\n")) << "nothing starts unwatched";
   EXPECT_THAT(plain, HasSubstr("\nTriggerLimitIntervalSec=0\n"));
   EXPECT_THAT(plain, Not(HasSubstr("brake")));
   EXPECT_EQ(unit("<key>/brake</key><false/>"), "") << "no path unit without a path";

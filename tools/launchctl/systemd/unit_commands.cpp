@@ -2,6 +2,7 @@
 
 #include <poll.h>
 #include <sys/stat.h>
+#include <systemd/sd-daemon.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -77,6 +78,7 @@ int watchTrigger(const std::string& unit, const std::string& record) {
     for (const PathState& state : states) paths.insert(state.path);
     PathWatch watch;
     watch.setPaths(paths);
+    ::sd_notify(1, "READY=1");
     const auto wanted = [&] {
       return std::any_of(states.begin(), states.end(),
                          [&](const PathState& state) { return watch.exists(state.path) == state.exists; });

@@ -106,9 +106,10 @@ std::string serviceUnit(const JobToLoad& job, const UnitNames& names, const std:
   return description.startsAtLoad() ? unit + kWanted : unit;
 }
 
+// Behind the watch, so that no job runs whose trigger could go unseen.
 std::string pathUnit(const JobToLoad& job, const UnitNames& names) {
   std::string unit = "[Unit]\nDescription=Trigger of the launch agent " + withoutSpecifiers(job.description.label) +
-                     "\n\n[Path]\nUnit=" + names.service + "\nTriggerLimitIntervalSec=0\n";
+                     "\nAfter=" + names.watch + "\n\n[Path]\nUnit=" + names.service + "\nTriggerLimitIntervalSec=0\n";
   std::string paths;
   for (const PathState& state : job.description.pathStates) {
     if (state.exists && fitsPathSetting(state.path)) paths += "PathExists=" + withoutSpecifiers(state.path) + "\n";
@@ -119,7 +120,7 @@ std::string pathUnit(const JobToLoad& job, const UnitNames& names) {
 std::string watchUnit(const JobToLoad& job, const UnitNames& names, const std::string& folder,
                       const std::string& host) {
   return "[Unit]\nDescription=Watch on the trigger of the launch agent " + withoutSpecifiers(job.description.label) +
-         "\nStartLimitIntervalSec=0\n\n[Service]\nExecStart=:" + quotedWord(host) + " --watch-trigger " +
+         "\nStartLimitIntervalSec=0\n\n[Service]\nType=notify\nExecStart=:" + quotedWord(host) + " --watch-trigger " +
          quotedWord(names.service) + " " + quotedWord(folder + "/" + names.record) +
          "\nRestart=always\nRestartSec=1s\n" + kWanted;
 }
