@@ -74,7 +74,7 @@ void PathWatch::look(const Changed& changed) {
   }
 }
 
-void PathWatch::handle(const Changed& changed) {
+bool PathWatch::handle(const Changed& changed) {
   alignas(inotify_event) char buffer[8192];
   bool layoutChanged = false;
   bool mattered = polls_;
@@ -110,6 +110,7 @@ void PathWatch::handle(const Changed& changed) {
   }
   if (layoutChanged) rebuild();
   if (layoutChanged || mattered) look(changed);
+  return layoutChanged;
 }
 
 }  // namespace launchctl

@@ -27,8 +27,9 @@ class PathWatch {
 
   // Readable when there is something to handle.
   int descriptor() const { return inotify_.get(); }
-  // Takes in what has happened.
-  void handle(const Changed& changed);
+  // Takes in what has happened. True when a folder above a path came or went: what came and went in it meanwhile may
+  // not have been told.
+  bool handle(const Changed& changed);
   // True when descriptor() does not tell everything: call handle() once a second as well.
   bool polls() const { return polls_; }
 

@@ -95,10 +95,11 @@ int watchTrigger(const std::string& unit, const std::string& record) {
       pollfd ready{watch.descriptor(), POLLIN, 0};
       if (::poll(&ready, 1, watch.polls() ? kPollPeriod : -1) < 0 && errno != EINTR) throw systemFailure("cannot wait");
       // A trigger that came and went meanwhile counts too: the path unit may have seen it come.
-      watch.handle([&](const std::string&, bool) {
+      const bool mayHaveComeAndGone = watch.handle([&](const std::string&, bool) {
         lost = lost || !wanted();
         was = was && wanted();
       });
+      if (mayHaveComeAndGone && !wanted()) lost = true;
     }
   } catch (const Failure& failure) {
     return complain(1, failure.what());
