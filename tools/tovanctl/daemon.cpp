@@ -10,12 +10,15 @@
 #include <cstring>
 
 #include "tools/tovanctl/exit_code.h"
+#include "tools/tovanctl/interrupt.h"
 #include "tools/tovanctl/values.h"
 
 namespace tovanctl {
 namespace {
 
 constexpr const char* kVersion = "2";
+constexpr int kLooks = 5;
+constexpr double kPauseBetweenLooks = 0.02;  // seconds
 
 std::string registeredVersion(pid_t pid) {
   tovan::CServicePIDFile file(string(kDaemonName).get());
@@ -31,6 +34,24 @@ std::optional<Process> daemonOfId(pid_t pid) {
   std::optional<Process> process = processOfId(pid);
   if (!process || process->name != kDaemonName || registeredVersion(pid) != kVersion) return {};
   return process;
+}
+
+// The process that counts as another daemon. One that has no environment is about to end or to become another program:
+// it is looked at once more.
+void findOther(DaemonState& state) {
+  for (int look = 0; look < kLooks; ++look) {
+    state.otherVersion = IsOtherVersionOfDaemonRunning();
+    if (!state.otherVersion) return;
+    pid_t pid = 0;
+    state.otherProcess.reset();
+    if (plinth::ProcessUtilities::FindProcessWithName(plinth::CSTR(kDaemonName), pid, ::geteuid())) {
+      state.otherProcess = pid;
+      const std::string home = environmentOfProcess(pid, "HOME");
+      if (home != environmentOfProcess(::getpid(), "HOME")) state.otherHome = home;
+      if (!home.empty()) return;
+    }
+    waitUnlessInterrupted(kPauseBetweenLooks);
+  }
 }
 
 }  // namespace
@@ -49,7 +70,6 @@ std::vector<pid_t> registeredProcesses(const std::string& name) {
 DaemonState lookAtDaemon() {
   DaemonState state;
   state.running = isDaemonRunning();
-  state.otherVersion = IsOtherVersionOfDaemonRunning();
   if (state.running) {
     for (const pid_t pid : registeredProcesses(kDaemonName)) {
       state.process = daemonOfId(pid);
@@ -57,13 +77,7 @@ DaemonState lookAtDaemon() {
     }
     if (state.process) state.version = registeredVersion(state.process->pid);
   }
-  pid_t pid = 0;
-  if (state.otherVersion &&
-      plinth::ProcessUtilities::FindProcessWithName(plinth::CSTR(kDaemonName), pid, ::geteuid())) {
-    state.otherProcess = pid;
-    const std::string home = environmentOfProcess(pid, "HOME");
-    if (home != environmentOfProcess(::getpid(), "HOME")) state.otherHome = home;
-  }
+  findOther(state);
   return state;
 }
 
