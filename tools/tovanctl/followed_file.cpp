@@ -63,13 +63,20 @@ FollowedFile::FollowedFile(LogSource source, TakeBytes takeBytes, TakeEvent take
 
 void FollowedFile::look() {
   if (!file_ && !open()) return;
-  while (isReplaced()) {
+  for (Place place = placeOfFile(); place != Place::same; place = placeOfFile()) {
     readOn();  // what the former one still got
+    if (place == Place::missing) {
+      // Its writer may still have it open: it is read until there is another.
+      if (!std::exchange(isMissing_, true)) takeEvent_(Event::missing);
+      return;
+    }
     file_ = LogFile();
     restart();
+    const bool wasMissing = isMissing_;
     if (!open()) return;
-    takeEvent_(Event::replaced);
+    if (!wasMissing) takeEvent_(Event::replaced);
   }
+  if (std::exchange(isMissing_, false)) takeEvent_(Event::found);
   if (isRewritten()) {
     restart();
     takeEvent_(Event::truncated);
@@ -88,12 +95,12 @@ bool FollowedFile::open() {
   return true;
 }
 
-bool FollowedFile::isReplaced() const {
+FollowedFile::Place FollowedFile::placeOfFile() const {
   struct stat ours {
   }, theirs{};
-  if (::fstat(file_.descriptor(), &ours) != 0) return true;
-  if (::stat(source_.path.c_str(), &theirs) != 0) return true;
-  return ours.st_ino != theirs.st_ino || ours.st_dev != theirs.st_dev;
+  if (::stat(source_.path.c_str(), &theirs) != 0) return Place::missing;
+  if (::fstat(file_.descriptor(), &ours) != 0) return Place::replaced;
+  return ours.st_ino == theirs.st_ino && ours.st_dev == theirs.st_dev ? Place::same : Place::replaced;
 }
 
 bool FollowedFile::isRewritten() const {

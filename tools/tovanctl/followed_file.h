@@ -50,8 +50,11 @@ class FollowedFile {
   void look();
 
  private:
+  // What is at the path, compared to the file that is open.
+  enum class Place { same, replaced, missing };
+
   bool open();
-  bool isReplaced() const;
+  Place placeOfFile() const;
   bool isRewritten() const;
   void restart();
   void readOn();

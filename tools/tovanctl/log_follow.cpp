@@ -67,10 +67,10 @@ class Follow {
   void take(FollowedFile::Event event) {
     switch (event) {
       case FollowedFile::Event::missing:
-        reader_.finish();
         isCatchingUp_ = false;  // what comes from here on is new
         return say("is not there: waiting for it" + (hint_.empty() ? "" : " (" + hint_ + ")") + "; Ctrl-C ends");
       case FollowedFile::Event::found:
+        reader_.finish();
         return say("is there now");
       case FollowedFile::Event::truncated:
         reader_.finish();
