@@ -32,6 +32,7 @@ tovan_add_layer(tovan_notify notify tovan_headers)
 tovan_add_layer(tovan_logging logging tovan_headers)
 tovan_add_layer(tovan_launch launch tovan_headers)
 tovan_add_layer(tovan_control control tovan_headers)
+tovan_add_layer(tovan_storage storage tovan_headers)
 if(TOVAN_SANITIZERS MATCHES "undefined")
   # The check of an object's type opens a pipe to see whether memory can be read, and takes the object for damaged when it
   # cannot have one. What happens without descriptors is what the tests of tasks are about.

@@ -13,7 +13,8 @@ set_target_properties(TovanPlatform PROPERTIES
 # The binary lies in the framework; lib/libTovanCore.so is a link to it, and the name that programs record.
 add_library(TovanCore SHARED
   $<TARGET_OBJECTS:tovan_foundation> $<TARGET_OBJECTS:tovan_plist> $<TARGET_OBJECTS:tovan_notify>
-  $<TARGET_OBJECTS:tovan_logging> $<TARGET_OBJECTS:tovan_launch> $<TARGET_OBJECTS:tovan_control>)
+  $<TARGET_OBJECTS:tovan_logging> $<TARGET_OBJECTS:tovan_launch> $<TARGET_OBJECTS:tovan_control>
+  $<TARGET_OBJECTS:tovan_storage>)
 target_link_libraries(TovanCore PUBLIC tovan_headers TovanPlatform PRIVATE PkgConfig::EXPAT Threads::Threads)
 target_link_options(TovanCore PRIVATE
   -Wl,--no-undefined -Wl,--version-script=${CMAKE_SOURCE_DIR}/cmake/exports/TovanCore.map -Wl,--as-needed

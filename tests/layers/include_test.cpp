@@ -15,7 +15,7 @@ namespace fs = std::filesystem;
 // The rows of the table, lowest first. Folders of one row do not see each other.
 const std::vector<std::vector<std::string>> kRows = {
     {"platform/corefoundation"}, {"platform/system"}, {"foundation"}, {"plist", "notify"}, {"logging"}, {"launch"},
-    {"control", "storage"},
+    {"control", "storage"},      {"whole interface"},
 };
 
 // Which layer implements an exported header; every header of include/tovan must stand here.
@@ -53,7 +53,10 @@ const std::map<std::string, std::string> kExportedHeaders = {
     {"daemon_control.h", "control"},
     {"service_control.h", "control"},
     {"dynamic_instances.h", "control"},
-    {"tovan.h", "control"},
+    {"shared_storage.h", "storage"},
+    {"shared_storage_entries.h", "storage"},
+    {"shared_storage_exception.h", "storage"},
+    {"tovan.h", "whole interface"},
 };
 
 int rowOf(const std::string& folder) {
