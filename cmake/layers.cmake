@@ -25,7 +25,7 @@ target_link_libraries(tovan_headers INTERFACE tovan_platform_headers)
 
 tovan_add_layer(tovan_corefoundation platform/corefoundation
   tovan_platform_headers PkgConfig::PLIST PkgConfig::URIPARSER PkgConfig::UUID PkgConfig::SYSTEMD Threads::Threads)
-tovan_add_layer(tovan_system platform/system tovan_platform_headers Threads::Threads)
+tovan_add_layer(tovan_system platform/system tovan_platform_headers PkgConfig::MOUNT Threads::Threads)
 tovan_add_layer(tovan_foundation foundation tovan_headers PkgConfig::EXPAT)
 tovan_add_layer(tovan_plist plist tovan_headers)
 tovan_add_layer(tovan_notify notify tovan_headers)

@@ -3,7 +3,8 @@
 add_library(TovanPlatform SHARED $<TARGET_OBJECTS:tovan_corefoundation> $<TARGET_OBJECTS:tovan_system>)
 target_link_libraries(TovanPlatform
   PUBLIC tovan_platform_headers
-  PRIVATE PkgConfig::PLIST PkgConfig::URIPARSER PkgConfig::UUID PkgConfig::SYSTEMD Threads::Threads)
+  PRIVATE PkgConfig::PLIST PkgConfig::URIPARSER PkgConfig::UUID PkgConfig::SYSTEMD PkgConfig::MOUNT
+    Threads::Threads)
 target_link_options(TovanPlatform PRIVATE
   -Wl,--no-undefined -Wl,--version-script=${CMAKE_SOURCE_DIR}/cmake/exports/TovanPlatform.map -Wl,--as-needed
   -Wl,-Bsymbolic-functions)

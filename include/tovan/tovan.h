@@ -33,6 +33,7 @@
 #include <tovan/shared_storage.h>
 #include <tovan/shared_storage_entries.h>
 #include <tovan/shared_storage_exception.h>
+#include <tovan/shared_storage_utils.h>
 #include <tovan/task.h>
 #include <tovan/task2.h>
 #include <tovan/time_stamp.h>
