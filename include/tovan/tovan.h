@@ -1,7 +1,7 @@
 // tovan.h: the whole exported interface of the library.
 //
 // Where to start: service_installation.h for services, tovan_config_file.h and service_cache_file.h for what is
-// configured and installed, framework_location.h for where things lie, shared_storage.h for folders that hosts share.
+// configured and installed, framework_location.h for where things lie.
 #pragma once
 
 #include <tovan/args_builder.h>
@@ -30,10 +30,6 @@
 #include <tovan/service_pid_file.h>
 #include <tovan/service_util.h>
 #include <tovan/setting_table.h>
-#include <tovan/shared_storage.h>
-#include <tovan/shared_storage_entries.h>
-#include <tovan/shared_storage_exception.h>
-#include <tovan/shared_storage_utils.h>
 #include <tovan/task.h>
 #include <tovan/task2.h>
 #include <tovan/time_stamp.h>

@@ -15,8 +15,7 @@ namespace fs = std::filesystem;
 // The rows of the table, lowest first. Folders of one row do not see each other.
 const std::vector<std::vector<std::string>> kRows = {
     {"platform/corefoundation"}, {"platform/system"}, {"foundation"}, {"plist", "notify"}, {"logging"}, {"launch"},
-    {"control", "storage"},      {"whole interface"},
-    {"control", "storage"},      {"include"},  // the header of all headers sees every layer
+    {"control", "storage"},
 };
 
 // Which layer implements an exported header; every header of include/tovan must stand here.
@@ -54,12 +53,7 @@ const std::map<std::string, std::string> kExportedHeaders = {
     {"daemon_control.h", "control"},
     {"service_control.h", "control"},
     {"dynamic_instances.h", "control"},
-    {"shared_storage.h", "storage"},
-    {"shared_storage_entries.h", "storage"},
-    {"shared_storage_exception.h", "storage"},
-    {"tovan.h", "whole interface"},
-    {"shared_storage_utils.h", "storage"},
-    {"tovan.h", "include"},
+    {"tovan.h", "control"},
 };
 
 int rowOf(const std::string& folder) {
