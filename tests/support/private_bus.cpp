@@ -13,7 +13,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 
 #include "tests/support/scratch_home.h"
 
@@ -40,7 +40,9 @@ std::vector<pid_t> daemonsIn(const std::string& folder) {
     const std::string name = entry.path().filename().string();
     if (name.find_first_not_of("0123456789") != std::string::npos) continue;
     std::ifstream file(entry.path() / "cmdline");
-    const std::string line((std::istreambuf_iterator<char>(file)), {});
+    std::ostringstream content;
+    content << file.rdbuf();  // which does not throw when the process ends meanwhile
+    const std::string line = content.str();
     if (line.rfind("dbus-daemon", 0) == 0 && line.find(folder + "/") != std::string::npos)
       found.push_back(std::stoi(name));
   }
