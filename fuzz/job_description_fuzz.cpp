@@ -87,7 +87,7 @@ void writeUnits(const JobDescription& description) {
   };
   require(units(job, names) == units(plain, plainNames), "a label makes a line of a unit");
   const std::string paths = launchctl::pathUnit(job, names);
-  const auto most = static_cast<long>(description.pathStates.size()) + 9;
+  const auto most = static_cast<long>(description.pathStates.size()) + 10;
   require(linesOf(paths) <= most, "a trigger makes a line of a unit");
   const launchctl::Dictionary record = launchctl::parseDictionary(launchctl::recordText(job));
   require(isSame(description, launchctl::describeJob(launchctl::dictionaryOf(record.get(), "Job"), nullptr)),
