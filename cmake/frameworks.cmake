@@ -21,8 +21,10 @@ set(resources "${CMAKE_SOURCE_DIR}/cmake/resources")
 configure_file("${resources}/Mervane-Info.plist.in" "${build}/${TOVAN_MERVANE_DIR}/Versions/A/Resources/Info.plist" @ONLY)
 configure_file("${resources}/Lumisphere-Info.plist.in" "${build}/${TOVAN_LUMISPHERE_RESOURCES_DIR}/Info.plist" @ONLY)
 configure_file("${resources}/TovanCore-Info.plist.in" "${build}/${TOVAN_CORE_BINARY_DIR}/Resources/Info.plist" @ONLY)
-configure_file("${resources}/LumisphereConfig.plist.default"
-  "${build}/${TOVAN_MERVANE_DIR}/Versions/A/Resources/LumisphereConfig.plist.default" COPYONLY)
+# The paths of the services in it; where the frameworks lie elsewhere, they are brought there when a service is started.
+set(TOVAN_INSTALLED_FRAMEWORKS "${CMAKE_INSTALL_PREFIX}/${TOVAN_FRAMEWORKS_DIR}")
+configure_file("${resources}/LumisphereConfig.plist.default.in"
+  "${build}/${TOVAN_MERVANE_DIR}/Versions/A/Resources/LumisphereConfig.plist.default" @ONLY)
 configure_file("${resources}/en.lproj/Localizable.strings"
   "${build}/${TOVAN_CORE_BINARY_DIR}/Resources/en.lproj/Localizable.strings" COPYONLY)
 

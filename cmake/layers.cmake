@@ -25,17 +25,19 @@ target_link_libraries(tovan_headers INTERFACE tovan_platform_headers)
 
 tovan_add_layer(tovan_corefoundation platform/corefoundation
   tovan_platform_headers PkgConfig::PLIST PkgConfig::URIPARSER PkgConfig::UUID PkgConfig::SYSTEMD Threads::Threads)
-tovan_add_layer(tovan_system platform/system tovan_platform_headers Threads::Threads)
+tovan_add_layer(tovan_system platform/system tovan_platform_headers PkgConfig::MOUNT Threads::Threads)
 tovan_add_layer(tovan_foundation foundation tovan_headers PkgConfig::EXPAT)
+target_include_directories(tovan_foundation SYSTEM PRIVATE ${CRYPTO_INCLUDE_DIRS})
 tovan_add_layer(tovan_plist plist tovan_headers)
 tovan_add_layer(tovan_notify notify tovan_headers)
 tovan_add_layer(tovan_logging logging tovan_headers)
 tovan_add_layer(tovan_launch launch tovan_headers)
 tovan_add_layer(tovan_control control tovan_headers)
+tovan_add_layer(tovan_storage storage tovan_headers)
 if(TOVAN_SANITIZERS MATCHES "undefined")
   # The check of an object's type opens a pipe to see whether memory can be read, and takes the object for damaged when it
-  # cannot have one. What happens without descriptors is what the tests of tasks are about.
-  foreach(layer tovan_foundation tovan_launch)
+  # cannot have one. What happens without descriptors is what some tests of tasks and of the storage are about.
+  foreach(layer tovan_foundation tovan_launch tovan_storage)
     target_compile_options(${layer} PRIVATE -fno-sanitize=vptr)
   endforeach()
 endif()

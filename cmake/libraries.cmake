@@ -3,7 +3,8 @@
 add_library(TovanPlatform SHARED $<TARGET_OBJECTS:tovan_corefoundation> $<TARGET_OBJECTS:tovan_system>)
 target_link_libraries(TovanPlatform
   PUBLIC tovan_platform_headers
-  PRIVATE PkgConfig::PLIST PkgConfig::URIPARSER PkgConfig::UUID PkgConfig::SYSTEMD Threads::Threads)
+  PRIVATE PkgConfig::PLIST PkgConfig::URIPARSER PkgConfig::UUID PkgConfig::SYSTEMD PkgConfig::MOUNT
+    Threads::Threads)
 target_link_options(TovanPlatform PRIVATE
   -Wl,--no-undefined -Wl,--version-script=${CMAKE_SOURCE_DIR}/cmake/exports/TovanPlatform.map -Wl,--as-needed
   -Wl,-Bsymbolic-functions)
@@ -13,7 +14,8 @@ set_target_properties(TovanPlatform PROPERTIES
 # The binary lies in the framework; lib/libTovanCore.so is a link to it, and the name that programs record.
 add_library(TovanCore SHARED
   $<TARGET_OBJECTS:tovan_foundation> $<TARGET_OBJECTS:tovan_plist> $<TARGET_OBJECTS:tovan_notify>
-  $<TARGET_OBJECTS:tovan_logging> $<TARGET_OBJECTS:tovan_launch> $<TARGET_OBJECTS:tovan_control>)
+  $<TARGET_OBJECTS:tovan_logging> $<TARGET_OBJECTS:tovan_launch> $<TARGET_OBJECTS:tovan_control>
+  $<TARGET_OBJECTS:tovan_storage>)
 target_link_libraries(TovanCore PUBLIC tovan_headers TovanPlatform PRIVATE PkgConfig::EXPAT Threads::Threads)
 target_link_options(TovanCore PRIVATE
   -Wl,--no-undefined -Wl,--version-script=${CMAKE_SOURCE_DIR}/cmake/exports/TovanCore.map -Wl,--as-needed

@@ -21,17 +21,6 @@ using platform::Descriptor;
 
 constexpr mode_t kNewFileMode = 0666;  // less the process's file-creation mask
 
-bool writeAll(const Descriptor& file, const UInt8* bytes, std::size_t count) {
-  while (count > 0) {
-    const ssize_t written = write(file.get(), bytes, count);
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return false;
-    bytes += written;
-    count -= static_cast<std::size_t>(written);
-  }
-  return true;
-}
-
 // With the room reserved first, so that a full disk or a file-size limit leaves the old content.
 bool replaceContent(const Descriptor& file, CFDataRef data) {
   const CFIndex length = CFDataGetLength(data);
@@ -39,7 +28,7 @@ bool replaceContent(const Descriptor& file, CFDataRef data) {
   if (fstat(file.get(), &facts) != 0) return false;
   const bool isRegular = S_ISREG(facts.st_mode);
   if (isRegular && !platform::reserveSpace(file.get(), length)) return false;
-  if (!writeAll(file, CFDataGetBytePtr(data), static_cast<std::size_t>(length))) return false;
+  if (!platform::writeAll(file, CFDataGetBytePtr(data), static_cast<std::size_t>(length))) return false;
   return !isRegular || ftruncate(file.get(), length) == 0;
 }
 

@@ -66,9 +66,16 @@ void ReplacementFile::takePermissionsOf(const std::string& file) {
   ::chmod(path_.c_str(), old.st_mode & 0777);
 }
 
-int ReplacementFile::replace() {
+int ReplacementFile::flush() {
   const platform::Descriptor file = platform::Descriptor::open(path_.c_str(), O_WRONLY);
   if (!file || ::fsync(file.get()) != 0) return errno;
+  isFlushed_ = true;
+  return 0;
+}
+
+int ReplacementFile::replace() {
+  const int error = isFlushed_ ? 0 : flush();
+  if (error != 0) return error;
   if (::rename(path_.c_str(), target_.c_str()) != 0) return errno;
   path_.clear();
   return 0;

@@ -22,8 +22,11 @@ class ReplacementFile {
   int error() const noexcept { return error_; }
   // Where to write the new content.
   const std::string& path() const noexcept { return path_; }
-  // Sees the content onto the disk and puts it in place. 0, or the errno of what failed: the old file is untouched
-  // then.
+  // Sees the content onto the disk, so that replace() need not wait for that any more. Nothing may be written after it.
+  // 0 or errno.
+  int flush();
+  // Sees the content onto the disk, unless flush() has, and puts it in place. 0, or the errno of what failed: the old
+  // file is untouched then.
   int replace();
 
  private:
@@ -33,6 +36,7 @@ class ReplacementFile {
   std::string target_;
   std::string path_;
   int error_ = 0;
+  bool isFlushed_ = false;
 };
 
 }  // namespace tovan

@@ -3,6 +3,7 @@
 #include <tovan/cf_util.h>
 #include <tovan/constants.h>
 
+#include "plist/dictionary_in.h"
 #include "plist/path_text.h"
 #include "plist/setting_rows.h"
 
@@ -13,12 +14,6 @@ using plinth::CSharedCFRef;
 namespace {
 
 CFStringRef sectionKey() { return CFSTR("serviceconfig"); }
-
-CFDictionaryRef dictionaryIn(CFDictionaryRef dictionary, CFStringRef key) {
-  const CFTypeRef found = key == nullptr ? nullptr : CFDictionaryGetValue(dictionary, key);
-  const bool is = found != nullptr && CFGetTypeID(found) == CFDictionaryGetTypeID();
-  return is ? static_cast<CFDictionaryRef>(found) : nullptr;
-}
 
 CFStringRef asString(const CSharedCFRef<CFTypeRef>& value) {
   const bool is = !value.isNull() && CFGetTypeID(value.get()) == CFStringGetTypeID();

@@ -93,7 +93,8 @@ def core():
     functions = (exported_functions(cpp_only, "tovan", "TOVAN_EXPORT") |
                  exported_functions(plinth, "plinth", "PLINTH_EXPORT"))
     return version_script(declared_c_names(c_linkage, r"\s*TOVAN_EXPORT"),
-                          [*class_patterns(classes), *function_patterns(functions)])
+                          [*class_patterns(classes), *function_patterns(functions),
+                           "*thunk?to?tovan::*"])  # what tables of classes with several bases point to
 
 
 SCRIPTS = {"TovanPlatform": platform, "TovanCore": core}

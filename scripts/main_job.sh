@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The main job, from the first install to the last process gone: in a scratch home, installs the two sample services,
-# shows what was written, starts the daemon and the services, ends one of them by force and sees it come back, takes
-# everything down again, and shows what was logged meanwhile.
+# shows what was written, starts the daemon and the services, ends one of them by force and sees it come back, publishes
+# a folder and reads it back over NFS where it can, draws a service's week, scores the host, takes everything down
+# again, and shows what was logged meanwhile.
 # usage: main_job.sh BUILD_FOLDER HOME_FOLDER
 set -euo pipefail
 [[ $# -eq 2 ]] || { echo "usage: main_job.sh BUILD_FOLDER HOME_FOLDER" >&2; exit 2; }
@@ -25,6 +26,9 @@ for trigger in /tmp/com.brant.klarn.transcoder.klarn*.launchagent."$(id -u)"; do
     "or remove the file when a run that was cut short left it behind."
 done
 
+# shellcheck source=scripts/storage_steps.sh
+source "$here/storage_steps.sh"
+
 # A bus and a job host of this home's own: nothing of the user's session is used. Sockets need short paths.
 sockets=$(mktemp -d /tmp/tovan-run-XXXXXX)
 export TOVAN_LAUNCHD=embedded TOVAN_LAUNCHD_FOLDER=$sockets/launchd TOVAN_BUS_FOLDER=$sockets/bus
@@ -33,6 +37,7 @@ bus=
 clean_up() {
   local status=$?
   trap - EXIT
+  storage_clean_up
   ((status == 0)) || "$tovanctl" down >/dev/null 2>&1 || true
   [[ -z $bus ]] || kill "$bus" 2>/dev/null || true
   rm -rf "$sockets"
@@ -84,6 +89,13 @@ await_end() {
   done
 }
 
+# A home of an earlier version has a configuration that the daemon would replace: it begins anew.
+step() { "$tovanctl" config upgrade --plan --json | python3 -c 'import json, sys; print(json.load(sys.stdin)["step"])'; }
+if [[ -n $again && $(step) == @(create|replace) ]]; then
+  "$tovanctl" config upgrade >/dev/null
+  again=
+fi
+
 if [[ -n $again ]]; then
   say "This home was used before: $HOME"
   before=$("$tovanctl" service get "$transcoder" Instances)
@@ -105,12 +117,13 @@ fi
 say "2. Letting them log to files, which goes into their job descriptions, and enabling them"
 for service in "$job_controller" "$transcoder"; do "$tovanctl" service set "$service" Logging true; done
 "$tovanctl" service install
-for service in $("$tovanctl" service list --names); do "$tovanctl" service enable "$service"; done
+for service in "$job_controller" "$transcoder"; do "$tovanctl" service enable "$service"; done
 
 say "3. The services of this user"
 "$tovanctl" service list
 
-say "4. The configuration file, $config"
+say "4. The configuration file, $config: what differs from the shipped defaults, then all of it"
+"$tovanctl" config diff
 cat "$config"
 
 say "5. One job description for each instance of the launch-agent service"
@@ -146,7 +159,18 @@ read -r heir _ < <(processes "$transcoder")
 [[ $heir != "$victim" ]] || die "the new process has the old one's id"
 all+=("$heir")
 
-say "9. Taking everything down"
+storage_steps
+
+say "12. The transcoder's week, what this host is worth in the cluster, and the configuration file's digest"
+"$tovanctl" schedule set "$transcoder" weekdays off 09:00-17:00
+"$tovanctl" schedule show "$transcoder" --svg "$HOME/week.svg"
+"$tovanctl" score
+digest=$("$tovanctl" digest "$config")
+[[ $digest == "$(sha1sum "$config")" ]] || die "sha1sum has another digest than $digest"
+echo "$digest"
+echo "The week is also a picture, $HOME/week.svg; sha1sum has the same digest."
+
+say "13. Taking everything down"
 daemon=$("$tovanctl" status --json | python3 -c 'import json, sys; print(json.load(sys.stdin)["daemon"]["pid"])')
 "$tovanctl" down
 "$tovanctl" status
@@ -162,7 +186,7 @@ bus=
 echo
 echo "Nothing is left running: the daemon ($daemon), the services (${all[*]}), the job host and the bus are gone."
 
-say "10. What they logged, as a tree with durations"
+say "14. What they logged, as a tree with durations"
 for service in mervaned "$job_controller" "$transcoder"; do
   echo "--- $service"
   "$tovanctl" log show "$service" --marks --since "$began"
@@ -183,6 +207,7 @@ echo "- The service registry is the section \"mervaneservices\" of $config."
 echo "- ${#jobs[@]} job descriptions lie in $HOME/Library/LaunchAgents, one for each transcoder instance."
 echo "- The daemon ran the job controller, launch agents ran the transcoder; the one that was killed, process $victim,"
 echo "  was replaced by process $heir."
+echo "- Two processes published $shared through the daemon; it was taken off with the last of them."
 if [[ -n $again ]]; then
   after=$("$tovanctl" service get "$transcoder" Instances)
   [[ $before == "$after" ]] || die "the reinstall changed the instance count from $before to $after"

@@ -26,6 +26,14 @@ class PLINTH_EXPORT CSharedObject {
   void Retain() const noexcept;
   // Gives a reference back; the last one destroys the object.
   void Release() const noexcept;
+  // Adds a reference unless the last one has been given back already; whether it did. For somebody who keeps a plain
+  // pointer, which the object's destructor takes away from there.
+  bool RetainIfHeld() const noexcept {
+    std::int32_t count = references_.load(std::memory_order_relaxed);
+    while (count > 0 && !references_.compare_exchange_weak(count, count + 1, std::memory_order_relaxed)) {
+    }
+    return count > 0;
+  }
   // The number of references at this moment; for tests and diagnostics.
   std::int32_t GetRetainCount() const noexcept;
 

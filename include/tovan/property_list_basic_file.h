@@ -13,9 +13,9 @@
 //   file.unlock();
 //
 // Not so the classes whose refresh() leaves just their section as the document (CTovanConfigFile, CServiceConfigFile,
-// CServiceCacheFile): while the lock is held their flush() writes that section as the whole file, and every other
-// section is lost. Let their flush() take the lock, which then reads the file afresh, or follow their refresh() with
-// CPropertyListBasicFile::refresh(), which puts the whole file back as the document.
+// CServiceCacheFile, CHostPerfScoreFile): while the lock is held their flush() writes that section as the whole file,
+// and every other section is lost. Let their flush() take the lock, which then reads the file afresh, or follow their
+// refresh() with CPropertyListBasicFile::refresh(), which puts the whole file back as the document.
 //
 // refresh(), fromPropertyList(), toPropertyList() and flush() are ordinary functions, which a derived class redefines
 // under the same names: call them on an object of its own class, not through a base reference.

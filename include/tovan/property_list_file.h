@@ -32,7 +32,7 @@ class TOVAN_EXPORT CPropertyListFile : public CPropertyListBasicFile {
   // Loads the entries from a section, which becomes the document in memory. What is no dictionary changes nothing;
   // entries that are no dictionaries are skipped.
   void fromPropertyList(CFDictionaryRef section);
-  // A new section of the entries that have a name.
+  // A new section of the entries that have a name and a dictionary.
   plinth::CSharedCFRef<CFDictionaryRef> toPropertyList() const;
 
   // Replaces the entry of the same name, which keeps its place, or appends.
@@ -110,8 +110,9 @@ plinth::CSharedCFRef<CFDictionaryRef> CPropertyListFile<T>::toPropertyList() con
   const plinth::CSharedCFRef<CFMutableArrayRef> order =
       CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks);
   for (const T& entry : entries_) {
-    if (entry.name() == nullptr) continue;
-    CFDictionarySetValue(section.get(), entry.name(), entry.toDict().get());
+    const plinth::CSharedCFRef<CFDictionaryRef> dictionary = entry.toDict();
+    if (entry.name() == nullptr || dictionary.isNull()) continue;
+    CFDictionarySetValue(section.get(), entry.name(), dictionary.get());
     CFArrayAppendValue(order.get(), entry.name());
   }
   if (keepOrder_ && CFDictionaryGetCount(section.get()) >= 2) {

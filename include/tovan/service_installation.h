@@ -8,7 +8,9 @@
  *
  * Every function opens the configuration file afresh. A change is made under the file's exclusive lock, from reading
  * the entry to writing it back, so processes that change different services at once lose nothing; for the same service
- * the later one stays. A call that has no entry to write leaves the file alone, and makes none.
+ * the later one stays. A call that has no entry to write leaves the file alone, and makes none. In a home without a
+ * configuration file, create that from the shipped defaults before installing (tovan_config_updater.h): the daemon
+ * replaces one that lacks their services when it starts.
  *
  * A false result says no more than stated. A NULL argument gives false, where it is not stated otherwise. A
  * configuration file that cannot be read, locked or written raises the plinth::CException of its class, which C callers

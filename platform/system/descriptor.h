@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <utility>
 
 namespace platform {
@@ -59,5 +60,17 @@ class Descriptor {
  private:
   int number_ = -1;
 };
+
+// write(2) until all is written, begun again when a signal interrupts it; false, with errno, on failure.
+inline bool writeAll(const Descriptor& file, const void* bytes, std::size_t count) noexcept {
+  for (const char* next = static_cast<const char*>(bytes); count > 0;) {
+    const ssize_t written = ::write(file.get(), next, count);
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return false;
+    next += written;
+    count -= static_cast<std::size_t>(written);
+  }
+  return true;
+}
 
 }  // namespace platform

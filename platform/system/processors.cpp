@@ -13,10 +13,14 @@ constinit std::atomic<int> countForTesting{0};
 
 }  // namespace
 
-int processorCount() noexcept {
-  if (const int count = countForTesting.load(std::memory_order_relaxed); count > 0) return count;
-  return static_cast<int>(std::clamp<long>(::sysconf(_SC_NPROCESSORS_ONLN), 1, INT_MAX));
+std::optional<int> knownProcessorCount() noexcept {
+  const int forTesting = countForTesting.load(std::memory_order_relaxed);
+  const long count = forTesting != 0 ? forTesting : ::sysconf(_SC_NPROCESSORS_ONLN);
+  if (count < 1) return std::nullopt;
+  return static_cast<int>(std::min<long>(count, INT_MAX));
 }
+
+int processorCount() noexcept { return knownProcessorCount().value_or(1); }
 
 void setProcessorCountForTesting(int count) noexcept { countForTesting.store(count, std::memory_order_relaxed); }
 

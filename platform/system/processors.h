@@ -3,6 +3,8 @@
 
 #include "platform/system/export.h"
 
+#include <optional>
+
 namespace platform {
 
 // The processors that are on line, at least 1. This is the host's number, not this process's share: an affinity mask
@@ -10,7 +12,11 @@ namespace platform {
 // the same.
 PLATFORM_EXPORT int processorCount() noexcept;
 
-// For tests: makes processorCount answer `count`; 0 makes it ask the system again.
+// The same, for who wants to know that the system does not tell: nothing then.
+PLATFORM_EXPORT std::optional<int> knownProcessorCount() noexcept;
+
+// For tests: makes processorCount answer `count`, or makes a system that does not tell with a negative one; 0 makes it
+// ask the system again.
 PLATFORM_EXPORT void setProcessorCountForTesting(int count) noexcept;
 
 }  // namespace platform

@@ -26,6 +26,10 @@ constexpr const char* kSessionVariables[] = {
     "TOVAN_BUS_FOLDER",
     "TOVAN_LAUNCHD",
     "TOVAN_LAUNCHD_FOLDER",
+    // How the port's mount and umount work.
+    "TOVAN_NFS_VERSION",
+    "TOVAN_HOST_MOUNT",
+    "TOVAN_HOST_UMOUNT",
 };
 
 constinit std::mutex folderGuard;

@@ -415,7 +415,7 @@ TEST(XMLReaderTest, EverySingleFlippedBitIsAnErrorOrAList) {
   const std::string whole = test::write(test::ListMaker(11).make(60).get()).bytes;
   const std::string before = canonical(parse(whole).list.get());
   std::size_t errors = 0, lists = 0;
-  for (std::size_t bit = 0; bit < whole.size() * 8; bit += test::kBitStep) {
+  for (std::size_t bit = 0; bit < whole.size() * 8; ++bit) {
     std::string flipped = whole;
     flipped[bit / 8] = static_cast<char>(flipped[bit / 8] ^ 1 << bit % 8);
     const Parsed parsed = parse(flipped);
@@ -429,7 +429,7 @@ TEST(XMLReaderTest, EverySingleFlippedBitIsAnErrorOrAList) {
       ++errors;
     }
   }
-  EXPECT_GT(errors, whole.size() / test::kBitStep);
+  EXPECT_GT(errors, whole.size());
   EXPECT_GT(lists, 0u);
 }
 

@@ -17,14 +17,14 @@ for link in lib/libTovanCore.so lib/tovan/Frameworks/Mervane.framework/{Resource
   lib/tovan/Frameworks/Mervane.framework/Frameworks/TovanCore.framework/{TovanCore,Resources,Versions/Current}; do
   [[ -L $prefix/$link && -e $prefix/$link ]] || fail "$link is not a link that leads anywhere"
 done
-for file in bin/tovanctl share/man/man1/{tovanctl,launchctl}.1 share/man/man8/mervaned.8 lib/libTovanPlatform.so lib/cmake/TovanCore/TovanCoreConfig.cmake lib/pkgconfig/tovancore.pc \
+for file in bin/tovanctl share/man/man1/{tovanctl,launchctl}.1 share/man/man8/{mervaned,tovan-exports,tovan-mount}.8 lib/systemd/system/tovan-exports.service lib/libTovanPlatform.so lib/cmake/TovanCore/TovanCoreConfig.cmake lib/pkgconfig/tovancore.pc \
   include/tovan/tovan.h include/plinth/plinth.h include/CoreFoundation/CoreFoundation.h \
   lib/tovan/Frameworks/Mervane.framework/Resources/LumisphereConfig.plist.default \
   lib/tovan/Frameworks/Lumisphere.framework/Resources/LumisphereTranscoder.bundle/Contents/Info.plist; do
   [[ -f $prefix/$file ]] || fail "$file is missing"
 done
 diff <(cd "$build_dir" && find lib bin | sort) \
-  <(cd "$prefix" && find lib bin -not -path 'lib/cmake*' -not -path 'lib/pkgconfig*' | sort) ||
+  <(cd "$prefix" && find lib bin -not -path 'lib/cmake*' -not -path 'lib/pkgconfig*' -not -path 'lib/systemd*' | sort) ||
   fail "the installed tree and the build tree differ"
 
 mkdir "$scratch/home"

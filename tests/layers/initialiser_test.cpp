@@ -34,7 +34,7 @@ std::vector<std::string> layerObjects() {
   std::vector<std::string> objects;
   const std::filesystem::path files = TOVAN_BUILD_DIR "/CMakeFiles";
   for (const char* const layer : {"tovan_corefoundation", "tovan_system", "tovan_foundation", "tovan_plist",
-                                  "tovan_notify", "tovan_logging", "tovan_launch", "tovan_control"}) {
+                                  "tovan_notify", "tovan_logging", "tovan_launch", "tovan_control", "tovan_storage"}) {
     for (const auto& entry : std::filesystem::recursive_directory_iterator(files / (std::string(layer) + ".dir"))) {
       if (entry.path().extension() == ".o") objects.push_back(entry.path().string());
     }

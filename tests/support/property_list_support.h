@@ -10,14 +10,6 @@
 
 namespace test {
 
-// How many bits a test that flips each one goes on. All of them take a minute and a half under a sanitizer; with this
-// step every position in a byte still has its turn.
-#ifdef TOVAN_SANITIZED
-inline constexpr std::size_t kBitStep = 7;
-#else
-inline constexpr std::size_t kBitStep = 1;
-#endif
-
 // Holds one reference.
 template <class Ref>
 class Held {

@@ -58,4 +58,12 @@ TEST(ProcessorsTest, CanBeSetForTests) {
   EXPECT_EQ(platform::processorCount(), before);
 }
 
+TEST(ProcessorsTest, AreOneAtLeastWhereTheSystemDoesNotTell) {
+  EXPECT_EQ(platform::knownProcessorCount(), std::optional<int>(platform::processorCount()));
+  platform::setProcessorCountForTesting(-1);
+  EXPECT_EQ(platform::processorCount(), 1);
+  EXPECT_FALSE(platform::knownProcessorCount().has_value());
+  platform::setProcessorCountForTesting(0);
+}
+
 }  // namespace

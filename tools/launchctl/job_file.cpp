@@ -9,11 +9,12 @@
 
 #include "tools/launchctl/descriptor.h"
 #include "tools/launchctl/failure.h"
+#include "tools/launchctl/whole_file.h"
 
 namespace launchctl {
 namespace {
 
-constexpr std::size_t kLargestDescription = std::size_t{1} << 20U;
+constexpr std::size_t kLargestDescription = 1;  // MiB
 
 std::string absolutePath(std::string argument) {
   if (argument.empty()) throw Failure("an empty path names no job description");
@@ -32,19 +33,6 @@ void refuseOthers(const std::string& path, const struct stat& facts) {
   }
   if ((facts.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
     throw Failure(path + ": refused: others can write it; take that away with chmod go-w");
-  }
-}
-
-std::string readWhole(const std::string& path, int descriptor) {
-  std::string content;
-  char buffer[16384];
-  for (;;) {
-    const ssize_t count = ::read(descriptor, buffer, sizeof buffer);
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) throw systemFailure(path + ": cannot read it");
-    if (count == 0) return content;
-    content.append(buffer, static_cast<std::size_t>(count));
-    if (content.size() > kLargestDescription) throw Failure(path + ": refused: it is larger than 1 MiB");
   }
 }
 
@@ -89,7 +77,7 @@ JobDescription readJobFile(const std::string& path, std::vector<std::string>* un
   if (::fstat(file.get(), &facts) != 0) throw systemFailure(path + ": cannot look at it");
   if (!S_ISREG(facts.st_mode)) throw Failure(path + ": refused: it is not a regular file");
   refuseOthers(path, facts);
-  const std::string content = readWhole(path, file.get());
+  const std::string content = readWhole(path, file.get(), kLargestDescription);
   try {
     return describeJob(parseDictionary(content), unknownKeys);
   } catch (const Failure& failure) {

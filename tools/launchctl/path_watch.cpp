@@ -19,7 +19,7 @@ bool isThere(const std::string& path) {
 
 }  // namespace
 
-PathWatch::PathWatch() : inotify_(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
+PathWatch::PathWatch(Tells tells) : tells_(tells), inotify_(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
   if (!inotify_) throw systemFailure("cannot watch paths");
 }
 
@@ -37,7 +37,8 @@ bool PathWatch::exists(const std::string& path) const {
 
 void PathWatch::addFolder(const std::string& folder, const std::string& component) {
   folders_[folder].insert(component);
-  const int watch = ::inotify_add_watch(inotify_.get(), folder.c_str(), kEvents);
+  const std::uint32_t events = tells_ == Tells::contents ? kEvents | IN_CLOSE_WRITE | IN_ATTRIB : kEvents;
+  const int watch = ::inotify_add_watch(inotify_.get(), folder.c_str(), events);
   if (watch >= 0) {
     watches_[watch].insert(folder);
   } else if (errno != ENOENT && errno != ENOTDIR) {
@@ -67,7 +68,7 @@ void PathWatch::rebuild() {
 void PathWatch::look(const Changed& changed) {
   for (auto& [path, there] : paths_) {
     const bool now = isThere(path);
-    if (now != there) {
+    if (now != there || (now && tells_ == Tells::contents)) {
       there = now;
       changed(path, now);
     }
@@ -101,6 +102,8 @@ bool PathWatch::handle(const Changed& changed) {
         const bool now = (event->mask & (IN_CREATE | IN_MOVED_TO)) != 0;
         if (path == paths_.end()) {
           layoutChanged = true;
+        } else if (tells_ == Tells::contents) {
+          continue;  // looked at below: such an event says nothing of what is there now
         } else if (path->second != now) {
           path->second = now;
           changed(path->first, now);

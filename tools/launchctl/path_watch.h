@@ -15,11 +15,15 @@ namespace launchctl {
 
 class PathWatch {
  public:
+  // What counts as a change: coming and going alone, or also another content, by a writer that closed the file or by a
+  // file put in its place.
+  enum class Tells { existence, contents };
+
   // Called after each change: the path, and whether it exists now. Changes that follow one another quickly are all
-  // told.
+  // told. Where contents are told, a change that did not happen may be told as well.
   using Changed = std::function<void(const std::string& path, bool exists)>;
 
-  PathWatch();
+  explicit PathWatch(Tells tells = Tells::existence);
 
   // Replaces the set of absolute paths. What exists is looked up anew; nothing is told.
   void setPaths(const std::set<std::string>& paths);
@@ -38,6 +42,7 @@ class PathWatch {
   void addFolder(const std::string& folder, const std::string& component);
   void look(const Changed& changed);
 
+  Tells tells_;
   Descriptor inotify_;
   std::map<std::string, bool> paths_;
   std::map<std::string, std::set<std::string>> folders_;  // folder → the names in it that matter

@@ -3,6 +3,7 @@
 #include <cstddef>
 
 #include "tools/launchctl/failure.h"
+#include "tools/support/text.h"
 
 namespace launchctl {
 namespace {
@@ -26,22 +27,10 @@ plinth::CSharedCFRef<CFMutableArrayRef> newArray() { return CFArrayCreateMutable
 
 }  // namespace
 
-std::string text(CFStringRef string) {
-  if (string == nullptr) return {};
-  const CFIndex length = CFStringGetLength(string);
-  const CFIndex room = CFStringGetMaximumSizeForEncoding(length, kCFStringEncodingUTF8);
-  std::string out(static_cast<std::size_t>(room), '\0');
-  CFIndex used = 0;
-  CFStringGetBytes(string, CFRangeMake(0, length), kCFStringEncodingUTF8, '?', FALSE,
-                   reinterpret_cast<UInt8*>(out.data()), room, &used);
-  out.resize(static_cast<std::size_t>(used));
-  return out;
-}
+std::string text(CFStringRef string) { return tools::textOf(string); }
 
 plinth::CSharedCFRef<CFStringRef> string(const std::string& utf8) {
-  plinth::CSharedCFRef<CFStringRef> made(CFStringCreateWithBytes(nullptr, reinterpret_cast<const UInt8*>(utf8.data()),
-                                                                 static_cast<CFIndex>(utf8.size()),
-                                                                 kCFStringEncodingUTF8, FALSE));
+  plinth::CSharedCFRef<CFStringRef> made = tools::stringOf(utf8);
   if (!made) throw Failure("a text is not valid UTF-8");
   return made;
 }

@@ -7,6 +7,7 @@
 #include <tovan/notifications.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdint>
 #include <exception>
 #include <vector>
@@ -28,6 +29,10 @@ using tovan::CFUtil;
 using tovan::CServiceCacheEntry;
 
 namespace {
+
+// Seconds between two looks whether the storage is over, and for its commands to end that were told to.
+constexpr double kLookAtStorage = 0.02;
+constexpr double kLastOfStorage = 4;
 
 // Who asks the daemon to restart.
 CFStringRef restartSender() { return CFSTR("mervaneprefs"); }
@@ -52,7 +57,8 @@ Daemon::Daemon(const Options& options)
                   [this] {
                     if (isEnding_) CFRunLoopStop(CFRunLoopGetCurrent());
                   }),
-      signals_([this] { signalled(); }) {
+      signals_([this] { signalled(); }),
+      storage_(options) {
   addPrefsPaneObserver(this, notified, kTovanPrefsChangedNotification);
   addPrefsPaneObserver(this, notified, kTovanDaemonRunningNotification);
   registerForNotification(this, notified, kTovanDaemonRestartNotification, restartSender());
@@ -81,6 +87,7 @@ Daemon::End Daemon::run() {
   // A stop that comes while a callback is under way, such as the one of a signal, ends this run; one that comes earlier
   // is remembered in isEnding_.
   while (!isEnding_ || !supervisor_.isIdle()) CFRunLoopRun();
+  endStorage();
   return end_;
 }
 
@@ -220,6 +227,7 @@ void Daemon::checkClients() const {
 // A signal that comes while a restart ends the services is the first one all the same.
 void Daemon::signalled() {
   report(tools::kLogUsual, isSignalled_ ? "asked to end again" : "asked to end");
+  isHurried_ = isSignalled_;
   end(End::stop, isSignalled_ ? 0 : options_.stopLimit);
   isSignalled_ = true;
 }
@@ -229,7 +237,26 @@ void Daemon::end(End how, double limit) {
   end_ = how;
   if (!ending_) ending_.emplace("end-services", how == End::restart ? "restart" : "stop");
   supervisor_.stopAll(limit);
+  storage_.refuseMounts();
   if (supervisor_.isIdle()) CFRunLoopStop(CFRunLoopGetCurrent());
+}
+
+// After the services, which may use what is mounted.
+void Daemon::endStorage() {
+  storage_.end(end_ == End::stop ? Storage::Ending::takeDown : Storage::Ending::keep);
+  if (awaitStorage(options_.storageLimit, true)) return;
+  report(tools::kLogWarning, "the storage does not end: given up");
+  storage_.giveUp();
+  if (!awaitStorage(kLastOfStorage, false)) report(tools::kLogFailure, "a storage command does not end: left behind");
+}
+
+// Signals are still answered: a second one cuts the wait short.
+bool Daemon::awaitStorage(double seconds, bool mayBeCutShort) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+  while (!storage_.isOver() && !(mayBeCutShort && isHurried_) && std::chrono::steady_clock::now() < deadline) {
+    CFRunLoopRunInMode(kCFRunLoopDefaultMode, kLookAtStorage, true);
+  }
+  return storage_.isOver();
 }
 
 }  // namespace mervaned

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "tools/mervaned/options.h"
+#include "tools/mervaned/storage.h"
 #include "tools/mervaned/supervisor.h"
 #include "tools/support/process_log.h"
 #include "tools/support/termination_signals.h"
@@ -27,9 +28,12 @@ class Daemon {
   Daemon(const Daemon&) = delete;
   Daemon& operator=(const Daemon&) = delete;
 
-  // Announces the daemon, starts the enabled services and answers requests until it is to end and every service process
-  // has ended.
+  // Announces the daemon, starts the enabled services and answers requests until it is to end, every service process
+  // has ended, and then the storage, or its time is over.
   End run();
+  // Whether a storage command that does not end was left behind: the process is to leave without waiting for its
+  // threads.
+  bool hasLeftStorage() const noexcept { return !storage_.isOver(); }
 
  private:
   static void notified(CFNotificationCenterRef center, void* daemon, CFStringRef name, const void* object,
@@ -47,14 +51,18 @@ class Daemon {
 
   void signalled();
   void end(End how, double limit);
+  void endStorage();
+  bool awaitStorage(double seconds, bool mayBeCutShort);
   double limitOf(CFDictionaryRef request) const;
 
   const Options options_;
   Supervisor supervisor_;
   tools::TerminationSignals signals_;
+  Storage storage_;
   plinth::CSharedCFRef<CFRunLoopTimerRef> clientTimer_;
   bool isEnding_ = false;
   bool isSignalled_ = false;
+  bool isHurried_ = false;
   std::optional<tools::LogScope> ending_;
   End end_ = End::stop;
 };

@@ -14,6 +14,7 @@
 #include <iostream>
 #include <string>
 
+#include "tools/mervaned/configuration_update.h"
 #include "tools/mervaned/daemon.h"
 #include "tools/mervaned/daemon_lock.h"
 #include "tools/mervaned/options.h"
@@ -56,6 +57,7 @@ void addOptions(CLI::App& app, Options& options) {
   addSeconds("--stop-limit", options.stopLimit, "a service that does not end is killed after this time");
   addSeconds("--cancel-limit", options.cancelLimit, "the same when jobs are to be cancelled");
   addSeconds("--client-check", options.clientCheck, "between two looks for clients that are gone");
+  addSeconds("--storage-limit", options.storageLimit, "for taking exports and mounts down at the end");
 }
 
 bool hasTerminal() {
@@ -74,23 +76,32 @@ void setUpStreams() {
 }
 
 std::string optionsText(const Options& options) {
-  return fmt::format("restart delay {} s, at most {} s; stop limit {} s, cancel limit {} s; client check every {} s",
-                     options.restartDelay, options.restartDelayLimit, options.stopLimit, options.cancelLimit,
-                     options.clientCheck);
+  return fmt::format(
+      "restart delay {} s, at most {} s; stop limit {} s, cancel limit {} s; client check every {} s; storage limit {} "
+      "s",
+      options.restartDelay, options.restartDelayLimit, options.stopLimit, options.cancelLimit, options.clientCheck,
+      options.storageLimit);
 }
 
+// How a daemon ended, and whether it left a thread behind that nobody may wait for.
+struct Ended {
+  Daemon::End how = Daemon::End::stop;
+  bool hasLeftThread = false;
+};
+
 // As long as it runs under the lock. A failure is logged before the log ends.
-Daemon::End runLogged(const Options& options) {
+Ended runLogged(const Options& options) {
   const tools::ProcessLog log("mervaned", 0);
   try {
     tools::logRecord(tools::kLogUsual, "mervaned, version 2 of the daemon, " + libraryVersion());
     tools::logRecord(tools::kLogUsual, "options: " + optionsText(options));
+    updateConfiguration();
     Daemon daemon(options);
     // Whoever finds the registration may post requests: they are observed already.
     tools::PidRegistration registration(ownName(), ownName(), ownName(), ownVersion());
     const Daemon::End end = daemon.run();
     if (end == Daemon::End::restart) registration.keep();
-    return end;
+    return {end, daemon.hasLeftStorage()};
   } catch (const std::exception& exception) {
     tools::logRecord(tools::kLogFailure, exception.what());
     throw;
@@ -99,7 +110,7 @@ Daemon::End runLogged(const Options& options) {
 
 // Everything that a daemon holds is given back when this returns, but for its registration when it is to restart: its
 // process goes on.
-int runOnce(const Options& options, Daemon::End& end) {
+int runOnce(const Options& options, Ended& ended) {
   const DaemonLock lock;
   if (!lock.isHeld()) {
     const std::string owner = lock.owner();
@@ -107,7 +118,7 @@ int runOnce(const Options& options, Daemon::End& end) {
     logLine("another mervaned of this user runs" + (owner.empty() ? "" : ", process " + owner));
     return kAlreadyRunning;
   }
-  end = runLogged(options);
+  ended = runLogged(options);
   return kEnded;
 }
 
@@ -125,10 +136,10 @@ int run(int argc, char** argv) {
   // Where a new version may lie by the time of a restart.
   const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
   setUpStreams();
-  Daemon::End end = Daemon::End::stop;
-  const int code = runOnce(options, end);
+  Ended ended;
+  const int code = runOnce(options, ended);
   if (code != kEnded) return code;
-  if (end == Daemon::End::restart) {
+  if (ended.how == Daemon::End::restart) {
     // A signal that is not here yet is for the daemon to come.
     if (!tools::TerminationSignals::haveArrived()) {
       ::execv(program.c_str(), argv);
@@ -139,6 +150,7 @@ int run(int argc, char** argv) {
     tools::withdrawRegistration(ownName());
   }
   logLine("ended");
+  if (ended.hasLeftThread) ::_exit(kEnded);
   return kEnded;
 }
 

@@ -8,6 +8,7 @@
 #include "tools/tovanctl/commands.h"
 #include "tools/tovanctl/exit_code.h"
 #include "tools/tovanctl/file_change.h"
+#include "tools/tovanctl/first_configuration.h"
 #include "tools/tovanctl/output.h"
 #include "tools/tovanctl/settings.h"
 
@@ -40,6 +41,7 @@ void get(const std::string& key, bool asJson) {
 void set(const std::string& key, const std::string& value) {
   const tovan::SettingDescription& setting = settingOfKey(CTovanConfigFile::settings(), key);
   const auto parsed = parseValue(setting, value);
+  createMissingConfiguration();
   CTovanConfigFile config;
   beginChange(config);
   config.setSetting(setting.key, parsed.get());
@@ -82,6 +84,10 @@ void addConfigCommands(CLI::App& app) {
   CLI::App* const pathCommand = config.add_subcommand("path", "Where the configuration file lies");
   pathCommand->add_flag("--json", arguments->json, "One JSON document");
   pathCommand->callback([arguments] { path(arguments->json); });
+
+  addConfigWhyCommand(config);
+  addConfigDiffCommand(config);
+  addConfigUpgradeCommand(config);
 }
 
 }  // namespace tovanctl

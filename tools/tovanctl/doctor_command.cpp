@@ -1,15 +1,12 @@
 // `tovanctl doctor`.
 #include <plinth/exception.h>
 
-#include <algorithm>
 #include <memory>
 #include <string>
 
 #include "tools/tovanctl/commands.h"
 #include "tools/tovanctl/doctor_checks.h"
-#include "tools/tovanctl/exit_code.h"
 #include "tools/tovanctl/output.h"
-#include "tools/tovanctl/table.h"
 
 namespace tovanctl {
 namespace {
@@ -41,38 +38,12 @@ Checks allChecks() {
   return checks;
 }
 
-void printAsJson(const Checks& checks, std::size_t problems) {
-  Json list = Json::array();
-  for (const Check& check : checks) {
-    list.push_back(Json{{"check", check.name},
-                        {"ok", check.ok},
-                        {"detail", check.detail},
-                        {"mend", check.mend.empty() ? Json(nullptr) : Json(check.mend)}});
-  }
-  printJson({{"checks", std::move(list)}, {"problems", problems}});
-}
-
-void printAsText(const Checks& checks) {
-  const bool colour = wantsColour();
-  for (const Check& check : checks) {
-    print(styled(check.ok ? "ok      " : "problem ", check.ok ? Style::good : Style::bad, colour) + check.name + ": " +
-          check.detail + "\n");
-    if (!check.mend.empty()) print("        mend it: " + check.mend + "\n");
-  }
-}
-
 void doctor(bool asJson, bool prune) {
   const std::size_t pruned = prune ? pruneRegistrations() : 0;
   if (prune)
     message(std::to_string(pruned) + (pruned == 1 ? " registration" : " registrations") +
             " of processes that are gone removed");
-  const Checks checks = allChecks();
-  const auto problems = static_cast<std::size_t>(
-      std::count_if(checks.begin(), checks.end(), [](const Check& check) { return !check.ok; }));
-  asJson ? printAsJson(checks, problems) : printAsText(checks);
-  if (problems > 0) {
-    throw CommandError(kFailed, std::to_string(problems) + (problems == 1 ? " problem" : " problems") + " found");
-  }
+  reportChecks(allChecks(), asJson);
 }
 
 struct Arguments {

@@ -5,6 +5,7 @@
 #include <tovan/file_util.h>
 #include <tovan/service_cache_file.h>
 #include <tovan/service_pid_file.h>
+#include <tovan/tovan_config_updater.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,6 +13,8 @@
 #include <cstring>
 #include <filesystem>
 #include <iterator>
+#include <optional>
+#include <sstream>
 
 #include "tools/tovanctl/daemon.h"
 #include "tools/tovanctl/doctor_checks.h"
@@ -67,6 +70,24 @@ void checkReadable(Checks& checks, const std::string& name, const std::string& p
   }
 }
 
+// What the daemon would replace the whole file for. A file that cannot be read is another check's matter.
+void checkContents(Checks& checks) {
+  std::ostringstream nothing;  // asking reports nothing
+  const tovan::TovanConfigUpdater updater(nothing);
+  if (updater.needCopyLumisphereConfigFile()) return;
+  std::optional<std::string> problem;
+  try {
+    problem = updater.contentsProblem();
+  } catch (const plinth::CException&) {
+    return;
+  }
+  if (!problem) return;
+  checks.push_back(
+      {"configuration contents", false,
+       *problem + "; the daemon replaces the file by the shipped defaults when it starts, and keeps a copy",
+       "tovanctl config upgrade"});
+}
+
 // The keys of the PID file that hold process ids.
 std::vector<std::string> registrationKeys() {
   const tovan::CPropertyListBasicFile file(string(expanded(tovan::TovanCorePrivate::kTovanPIDFilePath)).get());
@@ -97,6 +118,7 @@ void checkFiles(Checks& checks) {
   checkOwned(checks, "configuration folder", expanded(tovan::TovanCorePrivate::kTovanConfigPath));
   checkOwned(checks, "configuration file", config);
   checkReadable(checks, "configuration file", config);
+  checkContents(checks);
   checkOwned(checks, "PID file", pids);
   checkReadable(checks, "PID file", pids);
   checkOwned(checks, "launch agents folder", launchAgentsFolder());
@@ -128,7 +150,7 @@ void checkServices(Checks& checks) {
     ++wrong;
     checks.push_back({"services", false,
                       name + ": its program " + (path.empty() ? "is not set" : path + ": " + std::strerror(errno)),
-                      "tovanctl service remove " + shellWord(name)});
+                      isRequiredService(name) ? "" : "tovanctl service remove " + shellWord(name)});
   }
   if (wrong == 0)
     checks.push_back({"services", true, std::to_string(names.size()) + " installed, their programs in place", ""});

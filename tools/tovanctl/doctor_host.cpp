@@ -22,33 +22,11 @@ using plinth::CSharedCFRef;
 constexpr double kRoundTripTimeout = 5;
 
 bool isThere(const std::string& path) { return ::access(path.c_str(), F_OK) == 0; }
-bool isProgram(const std::string& path) {
-  struct stat facts {};
-  return ::stat(path.c_str(), &facts) == 0 && S_ISREG(facts.st_mode) && ::access(path.c_str(), X_OK) == 0;
-}
 
 std::string pathOf(CFURLRef url) {
   if (url == nullptr) return {};
   const CSharedCFRef<CFStringRef> path(CFURLCopyFileSystemPath(url, kCFURLPOSIXPathStyle));
   return text(path.get());
-}
-
-std::string clusterFramework() {
-  const CSharedCFRef<CFURLRef> url(getMervaneFrameworkURL());
-  return pathOf(url.get());
-}
-
-// In the folders that PATH names.
-std::string programInPath(const std::string& name) {
-  const char* const variable = std::getenv("PATH");
-  std::string folders = variable == nullptr ? "/usr/bin:/bin" : variable;
-  for (std::size_t at = 0; at <= folders.size();) {
-    const std::size_t end = std::min(folders.find(':', at), folders.size());
-    std::string path = folders.substr(at, end - at) + "/" + name;
-    if (isProgram(path)) return path;
-    at = end + 1;
-  }
-  return {};
 }
 
 std::string userName() {
@@ -73,6 +51,28 @@ void checkBundle(Checks& checks, const std::string& name, CFURLRef url) {
 }
 
 }  // namespace
+
+bool isProgram(const std::string& path) {
+  struct stat facts {};
+  return ::stat(path.c_str(), &facts) == 0 && S_ISREG(facts.st_mode) && ::access(path.c_str(), X_OK) == 0;
+}
+
+std::string clusterFramework() {
+  const CSharedCFRef<CFURLRef> url(getMervaneFrameworkURL());
+  return pathOf(url.get());
+}
+
+std::string programInPath(const std::string& name) {
+  const char* const variable = std::getenv("PATH");
+  std::string folders = variable == nullptr ? "/usr/bin:/bin" : variable;
+  for (std::size_t at = 0; at <= folders.size();) {
+    const std::size_t end = std::min(folders.find(':', at), folders.size());
+    std::string path = folders.substr(at, end - at) + "/" + name;
+    if (isProgram(path)) return path;
+    at = end + 1;
+  }
+  return {};
+}
 
 std::string shellWord(const std::string& path) { return plinth::CSTR(path)->shellEscapedFilename()->str(); }
 

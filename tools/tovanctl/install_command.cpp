@@ -10,6 +10,7 @@
 #include <cstdlib>
 
 #include "tools/tovanctl/exit_code.h"
+#include "tools/tovanctl/first_configuration.h"
 #include "tools/tovanctl/jobs.h"
 #include "tools/tovanctl/output.h"
 #include "tools/tovanctl/services.h"
@@ -92,6 +93,7 @@ void reportJobs(const tovan::CServiceCacheEntry& entry) {
 void install(CFURLRef url, const std::string& name) {
   const std::string key = name.empty() ? kindOfUsableBundle(url) : (kindOfUsableBundle(url), name);
   const CSharedCFRef<CFStringRef> given = name.empty() ? CSharedCFRef<CFStringRef>() : string(name);
+  createMissingConfiguration();
   const bool there = serviceInstalled(string(key).get());
   const bool changed = installServiceWithName(given.get(), url);
   if (!changed && !there) throw CommandError(kFailed, "\"" + pathOf(url) + "\" was not installed");

@@ -21,6 +21,8 @@ void catchInterrupts() {
 
 bool wasInterrupted() noexcept { return interrupted != 0; }
 
+void forgetInterrupts() noexcept { interrupted = 0; }
+
 void waitUnlessInterrupted(double seconds) {
   if (interrupted == 0) ::poll(nullptr, 0, static_cast<int>(seconds * 1000));
 }

@@ -6,6 +6,8 @@ namespace tovanctl {
 // From now on SIGINT and SIGTERM no longer end this process; they make wasInterrupted() true.
 void catchInterrupts();
 bool wasInterrupted() noexcept;
+// What came so far is answered: the next one counts as the first.
+void forgetInterrupts() noexcept;
 // Waits so many seconds, or until one of them comes.
 void waitUnlessInterrupted(double seconds);
 

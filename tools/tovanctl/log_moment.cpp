@@ -41,22 +41,6 @@ const std::string& localSecond(std::int64_t second) {
   return text;
 }
 
-std::optional<LogMoment> ago(const std::string& text, LogMoment now) {
-  int end = 0;
-  long long count = 0;
-  char unit = 0;
-  if (std::sscanf(text.c_str(), "-%9lld%c%n", &count, &unit, &end) != 2 ||
-      text.size() != static_cast<std::size_t>(end)) {
-    return std::nullopt;
-  }
-  if (text[1] < '0' || text[1] > '9') return std::nullopt;
-  static constexpr std::array<std::pair<char, double>, 4> kUnits = {{{'s', 1}, {'m', 60}, {'h', 3600}, {'d', 86400}}};
-  for (const auto& [name, seconds] : kUnits) {
-    if (name == unit) return now - static_cast<double>(count) * seconds;
-  }
-  return std::nullopt;
-}
-
 // Whether the text has digits wherever the form has '9', and the form's characters elsewhere.
 bool hasForm(const std::string& text, const std::string& form) {
   if (text.size() != form.size()) return false;
@@ -88,8 +72,27 @@ bool takeClock(const std::string& text, std::tm& local) {
   return local.tm_hour < 24 && local.tm_min < 60 && local.tm_sec < 60;
 }
 
-std::optional<LogMoment> onCalendar(std::string text, LogMoment now) {
+}  // namespace
+
+std::optional<double> parseDuration(const std::string& text) {
+  int end = 0;
+  long long count = 0;
+  char unit = 0;
+  if (text.empty() || text[0] < '0' || text[0] > '9') return std::nullopt;
+  if (std::sscanf(text.c_str(), "%9lld%c%n", &count, &unit, &end) != 2 ||
+      text.size() != static_cast<std::size_t>(end)) {
+    return std::nullopt;
+  }
+  static constexpr std::array<std::pair<char, double>, 4> kUnits = {{{'s', 1}, {'m', 60}, {'h', 3600}, {'d', 86400}}};
+  for (const auto& [name, seconds] : kUnits) {
+    if (name == unit) return static_cast<double>(count) * seconds;
+  }
+  return std::nullopt;
+}
+
+std::optional<std::tm> parseLocalTime(const std::string& given, LogMoment now) {
   std::tm local{};
+  std::string text = given;
   if (text.size() > 10 && text[10] == 'T') text[10] = ' ';
   if (hasForm(text, "99:99") || hasForm(text, "99:99:99")) {
     const std::time_t today = rounded(now).second;
@@ -103,10 +106,8 @@ std::optional<LogMoment> onCalendar(std::string text, LogMoment now) {
     return std::nullopt;
   }
   local.tm_isdst = -1;
-  return static_cast<LogMoment>(std::mktime(&local) - kEpoch);
+  return local;
 }
-
-}  // namespace
 
 LogMoment logNow() {
   timespec now{};
@@ -115,9 +116,10 @@ LogMoment logNow() {
 }
 
 LogMoment parseLogMoment(const std::string& option, const std::string& text, LogMoment now) {
-  std::optional<LogMoment> moment = ago(text, now);
-  if (!moment) moment = onCalendar(text, now);
-  if (moment) return *moment;
+  const std::optional<double> ago = text.starts_with('-') ? parseDuration(text.substr(1)) : std::nullopt;
+  if (ago) return now - *ago;
+  std::optional<std::tm> local = parseLocalTime(text, now);
+  if (local) return static_cast<LogMoment>(std::mktime(&*local) - kEpoch);
   throw CommandError(kUsage,
                      option + ": \"" + text +
                          "\" is no time; it takes \"2026-11-21\", \"2026-11-21 14:05\", \"2026-11-21 14:05:09\", "

@@ -1,6 +1,8 @@
 // log_moment.h: moments of a log, from and for people.
 #pragma once
 
+#include <ctime>
+#include <optional>
 #include <string>
 
 namespace tovanctl {
@@ -14,6 +16,11 @@ LogMoment logNow();
 // T may stand for the blank), "14:05" and "14:05:09" on the day of `now`, all in the system's time zone, or "-10m"
 // before `now` (s, m, h, d). CommandError(kUsage), naming the option and these forms, for anything else.
 LogMoment parseLogMoment(const std::string& option, const std::string& text, LogMoment now);
+
+// The date and time of day that the forms of a calendar and a clock among these name; nothing for any other text.
+std::optional<std::tm> parseLocalTime(const std::string& text, LogMoment now);
+// The seconds that "10m", "2h" and the like name.
+std::optional<double> parseDuration(const std::string& text);
 
 // "2026-11-21 14:05:09.250" in the system's time zone.
 std::string logMomentText(LogMoment moment);

@@ -36,13 +36,17 @@ int run(int argc, char** argv) {
   app.set_version_flag("--version", versionLine());
   app.footer(
       "Exit codes: 0 done, 1 the library reported a failure, 2 wrong command line or value,\n"
-      "3 no such service, setting or instance, 4 the bundle cannot be installed.");
+      "3 no such service, setting or instance, 4 the bundle cannot be installed, 5 time is over, 6 no daemon.");
   addLifecycleCommands(app);
   addServiceCommands(app);
   addConfigCommands(app);
+  addScheduleCommands(app);
   addJobCommands(app);
   addLogCommands(app);
   addNotifyCommands(app);
+  addScoreCommand(app);
+  addDigestCommand(app);
+  addStorageCommands(app);
   addDoctorCommand(app);
   try {
     app.parse(argc, argv);

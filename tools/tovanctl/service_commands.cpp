@@ -133,6 +133,11 @@ bool hasLoadedJobs(const CServiceCacheEntry& entry) {
 // What runs goes on. The daemon ends its own at the next sync; of the jobs nobody knows any more whose they were.
 void remove(const std::string& name) {
   const CServiceCacheEntry entry = serviceOfName(CServiceCacheFile(), name);
+  if (isRequiredService(name)) {
+    throw CommandError(kUsage, "\"" + name +
+                                   "\" cannot be removed: the daemon takes a configuration without it for damaged; "
+                                   "`tovanctl service disable` keeps it from running");
+  }
   callForService(name, removeService, "removed");
   if (hasLoadedJobs(entry)) message("its jobs are still loaded; `tovanctl down` ends them, with everything else");
 }

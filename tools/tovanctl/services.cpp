@@ -1,5 +1,7 @@
 #include "tools/tovanctl/services.h"
 
+#include <tovan/constants.h>
+
 #include <algorithm>
 
 #include "tools/tovanctl/exit_code.h"
@@ -24,6 +26,11 @@ tovan::CServiceCacheEntry serviceOfName(const tovan::CServiceCacheFile& cache, c
     throw CommandError(kUnknownName, unknownName("service", name, serviceNames(cache)));
   }
   return entry;
+}
+
+bool isRequiredService(const std::string& name) {
+  using namespace tovan::TovanCorePrivate;
+  return name == kClusterAdminServiceKind || name == kTranscoderServiceKind;
 }
 
 }  // namespace tovanctl

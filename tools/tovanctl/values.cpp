@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <vector>
 
+#include "tools/support/text.h"
 #include "tools/tovanctl/exit_code.h"
 
 namespace tovanctl {
@@ -80,22 +81,10 @@ Json jsonOfArray(CFArrayRef array) {
 
 }  // namespace
 
-std::string text(CFStringRef string) {
-  if (string == nullptr) return {};
-  const CFIndex length = CFStringGetLength(string);
-  const CFIndex room = CFStringGetMaximumSizeForEncoding(length, kCFStringEncodingUTF8);
-  std::string out(static_cast<std::size_t>(room), '\0');
-  CFIndex used = 0;
-  CFStringGetBytes(string, CFRangeMake(0, length), kCFStringEncodingUTF8, '?', FALSE,
-                   reinterpret_cast<UInt8*>(out.data()), room, &used);
-  out.resize(static_cast<std::size_t>(used));
-  return out;
-}
+std::string text(CFStringRef string) { return tools::textOf(string); }
 
 plinth::CSharedCFRef<CFStringRef> string(const std::string& utf8) {
-  plinth::CSharedCFRef<CFStringRef> made(CFStringCreateWithBytes(nullptr, reinterpret_cast<const UInt8*>(utf8.data()),
-                                                                 static_cast<CFIndex>(utf8.size()),
-                                                                 kCFStringEncodingUTF8, FALSE));
+  plinth::CSharedCFRef<CFStringRef> made = tools::stringOf(utf8);
   if (!made) throw CommandError(kUsage, "an argument is not valid UTF-8");
   return made;
 }

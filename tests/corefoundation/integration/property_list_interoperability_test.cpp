@@ -131,7 +131,7 @@ TEST(PropertyListInteroperabilityTest, LibplistAgreesWhereBothTakeAListWithAFlip
   const std::regex octal("<integer>-?0[0-9]");
   int compared = 0, different = 0;
   std::string firstDifference;
-  for (std::size_t bit = 0; bit < whole.size() * 8; bit += test::kBitStep) {
+  for (std::size_t bit = 0; bit < whole.size() * 8; ++bit) {
     std::string flipped = whole;
     flipped[bit / 8] = static_cast<char>(flipped[bit / 8] ^ 1 << bit % 8);
     const Parsed ours = parse(flipped);
@@ -144,7 +144,7 @@ TEST(PropertyListInteroperabilityTest, LibplistAgreesWhereBothTakeAListWithAFlip
     ++different;
     if (firstDifference.empty()) firstDifference = "bit " + std::to_string(bit) + ":\n" + flipped;
   }
-  EXPECT_GT(compared, 1000 / static_cast<int>(test::kBitStep));
+  EXPECT_GT(compared, 1000);
   EXPECT_EQ(different, 0) << firstDifference;
 }
 

@@ -1,72 +1,31 @@
 // A writer that is killed at any system call leaves the old document or the new one, complete.
-#include <sys/ptrace.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <csignal>
 #include <filesystem>
 #include <map>
+#include <memory>
 
 #include "tests/plist/plist_support.h"
+#include "tests/support/kill_at_call.h"
 
 namespace {
 
 using namespace test;
 using tovan::CPropertyListBasicFile;
 
-// The system call that stands at both ends of what is looked at; nothing else here makes it.
-void mark() { ::syscall(SYS_getsid, 0); }
-
-// A file object that was made before, so that only the flush lies between the marks.
+// A file object that was made before, so that only the flush is looked at.
 class Writer : public CPropertyListBasicFile {
  public:
   using CPropertyListBasicFile::CPropertyListBasicFile;
   void flush(const std::string& value) const {
     const CSharedCFRef<CFStringRef> text = str(value);
-    mark();
     flushSection([&text](CFMutableDictionaryRef document) { CFDictionarySetValue(document, CFSTR("a"), text.get()); });
-    mark();
   }
 };
 
-[[noreturn]] void runTracedWriter(const std::string& path, const std::string& value) {
-  const Writer writer(str(path).get());
-  ::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
-  ::raise(SIGSTOP);
-  writer.flush(value);
-  ::_exit(0);
-}
-
-std::uint64_t callNumber(pid_t child) {
-  __ptrace_syscall_info info = {};
-  ::ptrace(PTRACE_GET_SYSCALL_INFO, child, sizeof info, &info);
-  return info.op == PTRACE_SYSCALL_INFO_ENTRY ? info.entry.nr : UINT64_MAX;
-}
-
-// Kills the writer at its stop number `last`; every system call has two stops, before and after it. False when the
-// flush was over before.
+// Kills the writer at its stop number `last`; false when the flush was over before.
 bool killAtStop(const std::string& path, const std::string& value, int last) {
-  const pid_t child = ::fork();
-  if (child == 0) runTracedWriter(path, value);
-  int status = 0;
-  EXPECT_EQ(::waitpid(child, &status, 0), child);
-  ::ptrace(PTRACE_SETOPTIONS, child, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
-  int marks = 0;
-  int stops = -1;  // the end of the first mark itself
-  for (;;) {
-    ::ptrace(PTRACE_SYSCALL, child, nullptr, nullptr);
-    EXPECT_EQ(::waitpid(child, &status, 0), child);
-    if (WIFEXITED(status) || WIFSIGNALED(status)) return false;
-    if (WSTOPSIG(status) != (SIGTRAP | 0x80)) continue;
-    if (callNumber(child) == SYS_getsid) ++marks;
-    const bool isOver = marks == 2;
-    if (marks == 1) ++stops;
-    if (!isOver && stops < last) continue;
-    ::kill(child, SIGKILL);
-    ::waitpid(child, &status, 0);
-    return !isOver;
-  }
+  std::unique_ptr<Writer> writer;
+  return killAtCall(
+      last, [&] { writer = std::make_unique<Writer>(str(path).get()); }, [&] { writer->flush(value); });
 }
 
 class KilledWriterTest : public ::testing::Test {

@@ -19,6 +19,7 @@
 #include "tests/support/command.h"
 #include "tests/support/private_bus.h"
 #include "tests/tools/integration/running_program.h"
+#include "tests/tools/integration/shipped_configuration.h"
 
 namespace {
 
@@ -77,6 +78,7 @@ class MervanedTest : public testing::Test {
   // A service of a given program.
   static void install(CFStringRef name, const std::string& program, bool enabled, int instances = 1,
                       CFStringRef launchHint = nullptr) {
+    test::createShippedConfiguration();
     tovan::CServiceCacheFile file;
     file.refresh();
     tovan::CServiceCacheEntry entry(name, nullptr);
@@ -178,7 +180,8 @@ TEST_F(MervanedTest, ItLogsItsLifeFromTheBeginningOfTheSessionToItsEnd) {
   std::size_t at = 0;
   for (const char* const part :
        {"kind=\"begin\" what=\"log-session\"/>", "msg=\"mervaned, version 2 of the daemon, ",
-        "msg=\"options: restart delay 1 s, at most 60 s; stop limit 30 s, cancel limit 5 s; client check every 7.5 s\"",
+        "msg=\"options: restart delay 1 s, at most 60 s; stop limit 30 s, cancel limit 5 s; client check every 7.5 s; "
+        "storage limit 5 s\"",
         "msg=\"started\"", "kind=\"begin\" what=\"sync-services\"/>",
         "msg=\"jobcontroller:com.brant.lumisphere.cluster.admin instance 0 started as process ",
         "kind=\"end\" what=\"sync-services\"/>", "kind=\"begin\" what=\"preferences-changed\" msg=\"a service list\"/>",
@@ -587,23 +590,22 @@ TEST_F(MervanedTest, DamagedRequestsAreSaidAndSurvived) {
   EXPECT_THAT(daemon->output(), HasSubstr("there is no service unknown to restart"));
 }
 
-TEST_F(MervanedTest, AConfigurationThatCannotBeReadStopsNothingAndIsReadWhenMended) {
+TEST_F(MervanedTest, AConfigurationThatCannotBeReadEndsNothingAndIsReadWhenMended) {
   install(kind(), kProgram, true);
   const std::string path = test::scratchHome() + "/Library/Application Support/Lumisphere/LumisphereConfig.plist";
+  const auto daemon = start();
+  ASSERT_TRUE(hasInstances(kind(), 1)) << daemon->output();
+  setEnabled(kind(), false);
   const std::string good = test::readFile(path);
   test::writeFile(path, "<plist><dict><key>broken");
-  const auto daemon = start();
-  EXPECT_TRUE(daemon->prints("(" + path + ")"));
-  EXPECT_TRUE(answersAPing());
-  EXPECT_THAT(test::readFile(logPath()), HasSubstr("lvl=\"1\" msg=\"cannot read the services: "));
-  test::writeFile(path, good);
-  syncServices(nullptr);
-  ASSERT_TRUE(hasInstances(kind(), 1)) << daemon->output();
-  test::writeFile(path, "<plist><dict><key>broken");
   signalDaemon(kTovanPrefsChangedNotification, nullptr);
+  EXPECT_TRUE(daemon->prints("(" + path + ")"));
   EXPECT_TRUE(answersAPing());
   EXPECT_EQ(livePids(kind()).size(), 1U) << "a damaged file ends no service";
   EXPECT_EQ(test::readFile(path), "<plist><dict><key>broken");
+  test::writeFile(path, good);
+  syncServices(nullptr);
+  EXPECT_TRUE(hasInstances(kind(), 0)) << daemon->output();
 }
 
 TEST_F(MervanedTest, ARegistrationThatCannotBeWrittenIsAFailure) {
@@ -638,8 +640,8 @@ TEST_F(MervanedTest, StartDaemonBringsItUpDetachedWithItsStreamsSet) {
 TEST_F(MervanedTest, HelpAndVersionAreResultsAndAWrongCommandLineIsStatusTwo) {
   const test::CommandResult help = test::runCommand(kDaemon, {"--help"});
   EXPECT_EQ(help.status, 0);
-  for (const char* const option :
-       {"--restart-delay", "--restart-delay-limit", "--stop-limit", "--cancel-limit", "--client-check"}) {
+  for (const char* const option : {"--restart-delay", "--restart-delay-limit", "--stop-limit", "--cancel-limit",
+                                   "--client-check", "--storage-limit"}) {
     EXPECT_THAT(help.out, HasSubstr(option));
   }
   const test::CommandResult version = test::runCommand(kDaemon, {"--version"});

@@ -294,6 +294,10 @@ TEST_F(SampleServiceTest, ItTakesANewLogLevelWhileItRuns) {
 
 TEST_F(SampleServiceTest, InstalledUnderAnotherNameOnlyItLogsUnderThat) {
   const std::string bundle = kResources + "LumisphereTranscoder.bundle";
+  // A configuration of one's own: the shipped defaults have the transcoder under its kind.
+  const std::string path = test::scratchHome() + "/Library/Application Support/Lumisphere/LumisphereConfig.plist";
+  test::makeFolders(std::filesystem::path(path).parent_path());
+  test::writeFile(path, "<plist version=\"1.0\"><dict/></plist>");
   ASSERT_EQ(test::runCommand("tovanctl", {"service", "install", bundle, "--name", "mine:com.example"}).status, 0);
   RunningProgram service(kTranscoder, {"-v", "-idx", "1"});
   EXPECT_TRUE(test::runLoopUntil([] {

@@ -118,6 +118,21 @@ TEST_F(TovanctlDoctorTest, ADamagedConfigurationFileIsMovedOutOfTheWay) {
   EXPECT_FALSE(test::exists(configFolder() + "/LumisphereConfig.plist"));
 }
 
+TEST_F(TovanctlDoctorTest, AConfigurationThatTheDaemonWouldReplace) {
+  test::makeFolders(configFolder());
+  installAgent();
+  const std::string path = configFolder() + "/LumisphereConfig.plist";
+  test::writeFile(path, "<plist version=\"1.0\"><dict><key>mervaneservices</key><dict/></dict></plist>");
+  const json found = examine(1);
+  const auto check = std::find_if(found["checks"].begin(), found["checks"].end(),
+                                  [](const json& one) { return one["check"] == "configuration contents"; });
+  ASSERT_NE(check, found["checks"].end()) << found;
+  EXPECT_THAT((*check)["detail"].get<std::string>(), HasSubstr("fewer than two services are installed; "));
+  EXPECT_EQ(test::runCommand("/bin/sh", {"-c", TOVAN_BUILD_DIR "/bin/" + (*check)["mend"].get<std::string>()}).status,
+            0);
+  EXPECT_EQ(examine(0)["problems"], 0);
+}
+
 TEST_F(TovanctlDoctorTest, RegistrationsOfProcessesThatAreGoneArePruned) {
   installAgent();
   RunningProgram alive("/bin/sleep", {"100"});

@@ -69,10 +69,12 @@ TEST_F(TovanctlLifecycleTest, UpLeavesADisabledServiceDown) {
   EXPECT_THAT(up.err, HasSubstr("no service is enabled; `tovanctl service start NAME`"));
 }
 
-TEST_F(TovanctlLifecycleTest, UpWithoutServicesStartsTheDaemonAndSaysSo) {
+TEST_F(TovanctlLifecycleTest, UpInAnEmptyHomeStartsTheDaemonAndSaysThatNoServiceIsEnabled) {
   const CommandResult up = succeeding({"up"});
   EXPECT_THAT(up.out, StartsWith("daemon: started"));
-  EXPECT_THAT(up.err, HasSubstr("no service is installed"));
+  EXPECT_THAT(up.out, HasSubstr("jobcontroller:com.brant.mervane.cluster.admin: disabled, not running\n"));
+  EXPECT_THAT(up.out, HasSubstr("servicecontroller:com.brant.klarn.transcoderx: disabled, not running\n"));
+  EXPECT_THAT(up.err, HasSubstr("no service is enabled"));
 }
 
 TEST_F(TovanctlLifecycleTest, UpReportsAServiceThatCannotBeStarted) {
@@ -306,8 +308,16 @@ TEST_F(TovanctlLifecycleTest, WatchGoesOnUntilCtrlC) {
   std::getline(lines, first);
   std::string last = first;
   while (std::getline(lines, line)) last = line;
-  EXPECT_EQ(document(first)["services"][0]["enabled"], false);
-  EXPECT_EQ(document(last)["services"][0]["enabled"], true);
+  const auto isEnabled = [this](const std::string& shown) {
+    const nlohmann::json status = document(shown);
+    for (const nlohmann::json& one : status["services"]) {
+      if (one["name"] == agent) return one["enabled"].get<bool>();
+    }
+    ADD_FAILURE() << agent << " is not in " << shown;
+    return false;
+  };
+  EXPECT_FALSE(isEnabled(first));
+  EXPECT_TRUE(isEnabled(last));
 }
 
 TEST_F(TovanctlLifecycleTest, WrongOptionsAreUsageErrors) {

@@ -7,6 +7,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <regex>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -18,11 +19,16 @@ namespace {
 
 using nlohmann::json;
 using test::CommandResult;
+using testing::Contains;
+using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
 
 const std::string kJobController = "jobcontroller:com.brant.lumisphere.cluster.admin";
 const std::string kTranscoder = "servicecontroller:com.brant.klarn.transcoder.klarn";
+// Those of the shipped defaults.
+const std::string kRequiredJobController = "jobcontroller:com.brant.mervane.cluster.admin";
+const std::string kRequiredTranscoder = "servicecontroller:com.brant.klarn.transcoderx";
 const std::string kResources = TOVAN_BUILD_DIR "/lib/tovan/Frameworks/Lumisphere.framework/Resources/";
 
 CommandResult tovanctl(const std::vector<std::string>& arguments) { return test::runCommand("tovanctl", arguments); }
@@ -40,6 +46,14 @@ json document(const std::vector<std::string>& arguments) {
   EXPECT_FALSE(parsed.is_discarded()) << result.out;
   EXPECT_EQ(parsed.value("schema", 0), 1) << result.out;
   return parsed;
+}
+
+// In the order in which they are listed.
+std::vector<std::string> namesOfServices() {
+  std::vector<std::string> names;
+  std::istringstream lines(succeeding({"service", "list", "--names"}).out);
+  for (std::string name; std::getline(lines, name);) names.push_back(name);
+  return names;
 }
 
 std::string configPath() {
@@ -100,7 +114,7 @@ TEST_F(TovanctlTest, InstallTakesANameOfTheCallersChoosing) {
   const CommandResult result =
       succeeding({"service", "install", kResources + "LumisphereJobController.bundle", "--name", "mine:com.example"});
   EXPECT_THAT(result.out, StartsWith("mine:com.example: installed\n"));
-  EXPECT_EQ(document({"service", "list", "--json"})["services"][0]["name"], "mine:com.example");
+  EXPECT_THAT(namesOfServices(), Contains("mine:com.example"));
 }
 
 TEST_F(TovanctlTest, ANameGoesWithOneBundleOnly) {
@@ -138,14 +152,14 @@ TEST_F(TovanctlTest, ListShowsARowForEachService) {
   EXPECT_THAT(table.out, StartsWith("SERVICE"));
   EXPECT_THAT(table.out, HasSubstr(kJobController + " "));
   EXPECT_EQ(table.out.find('\x1b'), std::string::npos) << "colour on terminals only";
-  EXPECT_EQ(succeeding({"service", "list", "--names"}).out, kJobController + "\n" + kTranscoder + "\n");
+  EXPECT_THAT(namesOfServices(), ElementsAre(kJobController, kRequiredJobController, kTranscoder, kRequiredTranscoder));
   const json services = document({"service", "list", "--json"})["services"];
-  ASSERT_EQ(services.size(), 2U);
+  ASSERT_EQ(services.size(), 4U);
   EXPECT_EQ(services[0]["startedBy"], "daemon");
-  EXPECT_EQ(services[1]["startedBy"], "launchd");
-  EXPECT_EQ(services[1]["enabled"], false);
-  EXPECT_EQ(services[1]["running"], false);
-  EXPECT_GE(services[1]["instances"].get<int>(), 1);
+  EXPECT_EQ(services[2]["startedBy"], "launchd");
+  EXPECT_EQ(services[2]["enabled"], false);
+  EXPECT_EQ(services[2]["running"], false);
+  EXPECT_GE(services[2]["instances"].get<int>(), 1);
 }
 
 TEST_F(TovanctlTest, AnEmptyRegistryIsSaidOnStandardErrorOnly) {
@@ -179,8 +193,20 @@ TEST_F(TovanctlTest, EnableDisableAndResetSwitchTheFlag) {
 TEST_F(TovanctlTest, RemoveTakesTheEntryAndLeavesTheJobDescriptions) {
   succeeding({"service", "install"});
   succeeding({"service", "remove", kTranscoder});
-  EXPECT_EQ(succeeding({"service", "list", "--names"}).out, kJobController + "\n");
+  EXPECT_THAT(namesOfServices(), ElementsAre(kJobController, kRequiredJobController, kRequiredTranscoder));
   EXPECT_TRUE(test::exists(jobPath("com.brant.klarn.transcoder.klarn")));
+}
+
+TEST_F(TovanctlTest, TheServicesWithoutWhichAConfigurationIsNotValidCannotBeRemoved) {
+  succeeding({"service", "install"});
+  for (const std::string& name : {kRequiredJobController, kRequiredTranscoder}) {
+    const CommandResult result = tovanctl({"service", "remove", name});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_THAT(result.err, HasSubstr("\"" + name +
+                                      "\" cannot be removed: the daemon takes a configuration without it "
+                                      "for damaged; `tovanctl service disable` keeps it from running"));
+    EXPECT_THAT(namesOfServices(), Contains(name));
+  }
 }
 
 TEST_F(TovanctlTest, AnUnknownServiceGetsASuggestion) {
@@ -191,7 +217,8 @@ TEST_F(TovanctlTest, AnUnknownServiceGetsASuggestion) {
     EXPECT_THAT(result.err, HasSubstr("did you mean \"" + kTranscoder + "\"?"));
     EXPECT_EQ(result.out, "");
   }
-  EXPECT_THAT(tovanctl({"service", "show", "transcoder"}).err, HasSubstr("did you mean \"" + kTranscoder + "\"?"));
+  EXPECT_THAT(tovanctl({"service", "show", "transcoder.klarn"}).err,
+              HasSubstr("did you mean \"" + kTranscoder + "\"?"));
   EXPECT_THAT(tovanctl({"service", "show", "zzz"}).err, HasSubstr("there are: " + kJobController));
 }
 

@@ -17,6 +17,10 @@ namespace {
 // How often a group is looked at whose last members are not the host's children.
 constexpr std::chrono::milliseconds kGroupLook{50};
 
+// How long a killed group may take to go. What is left then cannot be killed, or has ended and is never reaped by
+// whoever started it; the job goes on without waiting for either.
+constexpr std::chrono::seconds kKilledLook{5};
+
 Clock::duration seconds(double count) {
   return std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(count));
 }
@@ -177,14 +181,14 @@ void Job::processEnded(int status, TimePoint now) {
   settle(now);
 }
 
-// Down when nothing of it is left; what is killed needs no further look.
+// Down when nothing of it is left, so that old and new never run side by side.
 void Job::settle(TimePoint now) {
   if (down() || running_) return;
   if (killed_) {
-    signalGroup(SIGKILL);
-  } else if (groupLeft()) {
-    return;
+    signalGroup(SIGKILL);  // reaches what the group started since the last time
+    if (!giveUpAt_) giveUpAt_ = now + kKilledLook;
   }
+  if (groupLeft() && !(giveUpAt_ && now >= *giveUpAt_)) return;
   becameDown(now);
 }
 
@@ -204,6 +208,7 @@ void Job::becameDown(TimePoint now) {
   pid_ = 0;
   ending_ = killed_ = false;
   killAt_.reset();
+  giveUpAt_.reset();
   ++ends_;
   const bool atOnce = startAsked_ || (triggerLost_ && wanted_);
   startAsked_ = triggerLost_ = false;

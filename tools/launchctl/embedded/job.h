@@ -101,6 +101,7 @@ class Job {
   std::optional<TimePoint> startedAt_;
   std::optional<TimePoint> startAt_;
   std::optional<TimePoint> killAt_;
+  std::optional<TimePoint> giveUpAt_;  // when what was killed and is still there no longer counts
 };
 
 }  // namespace launchctl
