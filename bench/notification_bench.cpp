@@ -3,77 +3,34 @@
 #include <CoreFoundation/CFNumber.h>
 #include <CoreFoundation/CFRunLoop.h>
 #include <benchmark/benchmark.h>
-#include <fcntl.h>
-#include <sched.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <systemd/sd-bus.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
-extern char** environ;
+#include "bench/session_bus.h"
 
 namespace {
 
 constexpr const char* kPath = "/com/brant/mervane/DistributedNotifications1";
 constexpr const char* kInterface = "com.brant.mervane.DistributedNotifications1";
 
-void require(bool holds, const char* what) {
-  if (holds) return;
-  std::fprintf(stderr, "notification_bench: %s\n", what);
-  std::abort();
-}
+using bench::require;
 
-// ---- A bus of our own
-
+// A bus of our own, and every process of this run on one core.
 class Bus {
  public:
-  Bus() {
-    cpu_set_t one;
-    CPU_ZERO(&one);
-    CPU_SET(0, &one);
-    ::sched_setaffinity(0, sizeof one, &one);
-    char pattern[] = "/tmp/tovan-bench-bus-XXXXXX";
-    folder_ = ::mkdtemp(pattern);
-    const std::string address = "unix:path=" + folder_ + "/bus";
-    ::setenv("DBUS_SESSION_BUS_ADDRESS", address.c_str(), 1);
-    int ends[2];
-    require(::pipe2(ends, O_CLOEXEC) == 0, "no pipe");
-    const std::string option = "--address=" + address;
-    const char* const arguments[] = {"dbus-daemon", "--session",         "--nofork",     "--nopidfile",
-                                     "--nosyslog",  "--print-address=3", option.c_str(), nullptr};
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, ends[1], 3);
-    posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-    require(
-        ::posix_spawnp(&daemon_, arguments[0], &actions, nullptr, const_cast<char* const*>(arguments), environ) == 0,
-        "cannot start dbus-daemon");
-    posix_spawn_file_actions_destroy(&actions);
-    ::close(ends[1]);
-    char byte;
-    require(::read(ends[0], &byte, 1) == 1, "dbus-daemon did not come up");
-    ::close(ends[0]);
-  }
-  ~Bus() {
-    ::kill(daemon_, SIGKILL);
-    ::waitpid(daemon_, nullptr, 0);
-    ::unlink((folder_ + "/bus").c_str());
-    ::rmdir(folder_.c_str());
-  }
-  Bus(const Bus&) = delete;
-  Bus& operator=(const Bus&) = delete;
+  Bus() { bench::pinToFirstCore(); }
 
  private:
-  std::string folder_;
-  pid_t daemon_ = 0;
+  bench::ScratchFolder folder_;
+  bench::SessionBus daemon_{folder_.path()};
 };
 
 // A process that runs the body, which calls `ready` when others may begin.

@@ -8,6 +8,7 @@
 #include <tovan/service_installation.h>
 
 #include "bench/configuration_input.h"
+#include "bench/session_bus.h"
 #include "platform/system/tool_lookup.h"
 
 #include <plinth/shared_cf_ref.h>
@@ -19,13 +20,11 @@
 #include <benchmark/benchmark.h>
 
 #include <fcntl.h>
-#include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -43,11 +42,7 @@ using tovan::CServiceCacheEntry;
 
 enum Tool : std::int64_t { kBookkeeper = 0, kEmbedded = 1 };
 
-void require(bool holds, const char* what) {
-  if (holds) return;
-  std::fprintf(stderr, "sync_bench: %s\n", what);
-  std::abort();
-}
+using bench::require;
 
 int waitFor(pid_t child) {
   int status = 0;
@@ -90,9 +85,6 @@ void writeProgram(const std::string& path, const std::string& text) {
 class Surroundings {
  public:
   Surroundings() {
-    char pattern[] = "/tmp/tovan-bench-sync-XXXXXX";
-    require(::mkdtemp(pattern) != nullptr, "no scratch folder");
-    folder_ = pattern;
     fs::create_directories(folder_ + "/home/Library/LaunchAgents");
     fs::create_directories(folder_ + "/tools/loaded");
     ::setenv("HOME", (folder_ + "/home").c_str(), 1);
@@ -100,16 +92,7 @@ class Surroundings {
     ::setenv("TOVAN_LAUNCHD_FOLDER", (folder_ + "/launchd").c_str(), 1);
     writeProgram(folder_ + "/service", "exec sleep 100000\n");
     writeBookkeeper();
-    startBus();
   }
-  ~Surroundings() {
-    ::kill(bus_, SIGKILL);
-    waitFor(bus_);
-    std::error_code ignored;
-    fs::remove_all(folder_, ignored);
-  }
-  Surroundings(const Surroundings&) = delete;
-  Surroundings& operator=(const Surroundings&) = delete;
 
   std::string program() const { return folder_ + "/service"; }
   void use(std::int64_t tool) const {
@@ -135,29 +118,10 @@ class Surroundings {
             "'\"$job\" ;;\n"
             "esac\n");
   }
-  void startBus() {
-    const std::string address = "unix:path=" + folder_ + "/bus";
-    ::setenv("DBUS_SESSION_BUS_ADDRESS", address.c_str(), 1);
-    int ends[2];
-    require(::pipe2(ends, O_CLOEXEC) == 0, "no pipe");
-    const std::string option = "--address=" + address;
-    const char* const arguments[] = {"dbus-daemon", "--session",         "--nofork",     "--nopidfile",
-                                     "--nosyslog",  "--print-address=3", option.c_str(), nullptr};
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, ends[1], 3);
-    posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-    require(::posix_spawnp(&bus_, arguments[0], &actions, nullptr, const_cast<char* const*>(arguments), environ) == 0,
-            "cannot start dbus-daemon");
-    posix_spawn_file_actions_destroy(&actions);
-    ::close(ends[1]);
-    char byte;
-    require(::read(ends[0], &byte, 1) == 1, "dbus-daemon did not come up");
-    ::close(ends[0]);
-  }
 
-  std::string folder_;
-  pid_t bus_ = 0;
+  bench::ScratchFolder scratch_;
+  std::string folder_ = scratch_.path();
+  bench::SessionBus bus_{folder_};
 };
 
 const Surroundings& surroundings() {
