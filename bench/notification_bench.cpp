@@ -1,64 +1,28 @@
 // Distributed notifications beside plain sd-bus with the same traffic in the same run, all processes on one core.
 #include <CoreFoundation/CFNotificationCenter.h>
-#include <CoreFoundation/CFNumber.h>
-#include <CoreFoundation/CFRunLoop.h>
 #include <benchmark/benchmark.h>
-#include <signal.h>
-#include <sys/wait.h>
 #include <systemd/sd-bus.h>
-#include <unistd.h>
 
+#include <cstdint>
 #include <cstdlib>
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "bench/session_bus.h"
+#include "bench/notification_peers.h"
 
 namespace {
 
 constexpr const char* kPath = "/com/brant/mervane/DistributedNotifications1";
 constexpr const char* kInterface = "com.brant.mervane.DistributedNotifications1";
 
+using bench::observe;
+using bench::Peer;
+using bench::postThree;
+using bench::received;
 using bench::require;
-
-// A bus of our own, and every process of this run on one core.
-class Bus {
- public:
-  Bus() { bench::pinToFirstCore(); }
-
- private:
-  bench::ScratchFolder folder_;
-  bench::SessionBus daemon_{folder_.path()};
-};
-
-// A process that runs the body, which calls `ready` when others may begin.
-class Peer {
- public:
-  explicit Peer(const std::function<void(const std::function<void()>& ready)>& body) {
-    int ends[2];
-    require(::pipe(ends) == 0, "no pipe");
-    child_ = ::fork();
-    if (child_ == 0) {
-      body([&] { require(::write(ends[1], "x", 1) == 1, "cannot say ready"); });
-      ::_exit(0);
-    }
-    char byte;
-    require(::read(ends[0], &byte, 1) == 1, "a peer did not come up");
-    ::close(ends[0]);
-    ::close(ends[1]);
-  }
-  ~Peer() {
-    ::kill(child_, SIGKILL);
-    ::waitpid(child_, nullptr, 0);
-  }
-  Peer(const Peer&) = delete;
-  Peer& operator=(const Peer&) = delete;
-
- private:
-  pid_t child_;
-};
+using bench::turnRunLoop;
+using Bus = bench::OneCoreBus;
 
 // ---- Plain sd-bus
 
@@ -114,38 +78,6 @@ int rawReceived(sd_bus_message* message, void* data, sd_bus_error*) {
   return 0;
 }
 
-// ---- The centre
-
-void centrePost(CFStringRef name, int number) {
-  const CFNumberRef boxed = CFNumberCreate(nullptr, kCFNumberIntType, &number);
-  const void* keys[] = {CFSTR("service"), CFSTR("number"), CFSTR("enabled")};
-  const void* values[] = {CFSTR("com.brant.klarn.transcoder"), boxed, kCFBooleanTrue};
-  const CFDictionaryRef info =
-      CFDictionaryCreate(nullptr, keys, values, 3, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
-  CFNotificationCenterPostNotificationWithOptions(CFNotificationCenterGetDistributedCenter(), name, CFSTR("bench"),
-                                                  info, kCFNotificationDeliverImmediately);
-  CFRelease(info);
-  CFRelease(boxed);
-}
-
-void observe(CFStringRef name, std::int64_t* count, CFNotificationCallback callback) {
-  CFNotificationCenterAddObserver(CFNotificationCenterGetDistributedCenter(), count, callback, name, nullptr,
-                                  CFNotificationSuspensionBehaviorDeliverImmediately);
-}
-
-void received(CFNotificationCenterRef, void* count, CFStringRef, const void*, CFDictionaryRef info) {
-  int number = 0;
-  CFNumberGetValue(static_cast<CFNumberRef>(CFDictionaryGetValue(info, CFSTR("number"))), kCFNumberIntType, &number);
-  ++*static_cast<std::int64_t*>(count);
-}
-
-void answered(CFNotificationCenterRef center, void* count, CFStringRef name, const void* object, CFDictionaryRef info) {
-  received(center, count, name, object, info);
-  centrePost(CFSTR("Pong2"), 1);
-}
-
-void centreTurn() { CFRunLoopRunInMode(kCFRunLoopDefaultMode, 10, 1); }
-
 // ---- There and back
 
 void PingPongSdBus(benchmark::State& state) {
@@ -166,23 +98,7 @@ void PingPongSdBus(benchmark::State& state) {
   }
 }
 
-void PingPong(benchmark::State& state) {
-  const Bus bus;
-  const Peer peer([](const auto& ready) {
-    std::int64_t count = 0;
-    observe(CFSTR("Ping2"), &count, answered);
-    ready();
-    for (;;) centreTurn();
-  });
-  std::int64_t count = 0;
-  observe(CFSTR("Pong2"), &count, received);
-  for (auto _ : state) {
-    const std::int64_t before = count;
-    centrePost(CFSTR("Ping2"), 7);
-    while (count == before) centreTurn();
-  }
-  CFNotificationCenterRemoveEveryObserver(CFNotificationCenterGetDistributedCenter(), &count);
-}
+void PingPong(benchmark::State& state) { bench::pingPong(state); }
 
 // ---- One poster, several subscribers. An iteration is a batch, over when every subscriber has said that it has it.
 
@@ -221,8 +137,8 @@ void Throughput(benchmark::State& state) {
       observe(CFSTR("Batch2"), &count, received);
       ready();
       for (std::int64_t end = kBatch;; end += kBatch) {
-        while (count < end) centreTurn();
-        centrePost(CFSTR("Done2"), 1);
+        while (count < end) turnRunLoop();
+        postThree(CFSTR("Done2"), 1);
       }
     }));
   }
@@ -230,8 +146,8 @@ void Throughput(benchmark::State& state) {
   observe(CFSTR("Done2"), &done, received);
   for (auto _ : state) {
     const std::int64_t end = done + state.range(0);
-    for (int i = 0; i < kBatch; ++i) centrePost(CFSTR("Batch2"), i);
-    while (done < end) centreTurn();
+    for (int i = 0; i < kBatch; ++i) postThree(CFSTR("Batch2"), i);
+    while (done < end) turnRunLoop();
   }
   state.SetItemsProcessed(state.iterations() * kBatch);
   CFNotificationCenterRemoveEveryObserver(CFNotificationCenterGetDistributedCenter(), &done);

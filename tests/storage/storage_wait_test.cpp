@@ -337,14 +337,20 @@ TEST_F(StorageWaitTest, AClientThatIsUnregisteredHearsNothing) {
 }
 
 TEST_F(StorageWaitTest, AClientMayGoOnAnyThreadWhileItsRepliesArrive) {
-  for (int round = 0; round < 100; ++round) {
+  NotificationLog replies;
+  replies.observe(name("publish result"), nullptr);
+  for (std::size_t round = 0; round < 100; ++round) {
     // Made on this thread, whose run loop delivers; given back on another.
     auto client = plinth::makeShared<CDNSharedStorageClient>();
     for (int i = 0; i < 5; ++i) answer(asyncPublish(*client));
     std::thread destroyer([client = std::exchange(client, nullptr)]() mutable { client = nullptr; });
     runLoopUntil([n = 0]() mutable { return ++n > 5; });
     destroyer.join();
+    ASSERT_TRUE(replies.await(5 * (round + 1))) << "round " << round;
   }
+  const CStringRef id = asyncPublish(this->client());
+  answer(id);
+  EXPECT_TRUE(this->client().asyncWaitForReply(id, 20)) << "who comes after them is not heard";
 }
 
 }  // namespace

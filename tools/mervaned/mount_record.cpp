@@ -94,7 +94,7 @@ bool isThere(const RecordedMount& mount, const MountTable& table) {
   if (listed == table.end()) return false;
   const auto& [id, type, source] = listed->second;
   if (!mount.type.empty()) return type == mount.type && source == mount.source;
-  return (type == "nfs" || type == "nfs4") && source == sourceOf(mount.url);
+  return (type == "nfs" || type == "nfs4") && !source.empty() && source == sourceOf(mount.url);
 }
 
 MountRecord::MountRecord() : path_(recordPath()) {

@@ -1,10 +1,10 @@
 #include "tools/mervaned/mount_table.h"
 
+#include <libmount/libmount.h>
+
 #include <filesystem>
-#include <fstream>
-#include <sstream>
+#include <memory>
 #include <system_error>
-#include <utility>
 
 namespace mervaned {
 
@@ -12,19 +12,12 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// A field of the kernel's list: blanks and the like are a backslash and three octal digits.
-std::string unescaped(const std::string& field) {
-  std::string text;
-  for (std::size_t at = 0; at < field.size(); ++at) {
-    if (field[at] == '\\' && at + 3 < field.size()) {
-      text += static_cast<char>((field[at + 1] - '0') * 64 + (field[at + 2] - '0') * 8 + (field[at + 3] - '0'));
-      at += 3;
-    } else {
-      text += field[at];
-    }
-  }
-  return text;
-}
+struct Unreference {
+  void operator()(libmnt_table* table) const noexcept { ::mnt_unref_table(table); }
+  void operator()(libmnt_iter* iterator) const noexcept { ::mnt_free_iter(iterator); }
+};
+
+std::string textOf(const char* field) { return field == nullptr ? "" : field; }
 
 }  // namespace
 
@@ -42,24 +35,15 @@ std::string printable(const std::string& text) {
   return out;
 }
 
-// proc(5): the id is the first field of a line, the mount point the fifth; after " - " come the type and the source,
-// which may be empty.
 MountTable mountTable() {
   MountTable mounts;
-  std::ifstream table("/proc/self/mountinfo");
-  for (std::string line; std::getline(table, line);) {
-    const std::size_t second = line.find(" - ");
-    if (second == std::string::npos) continue;
-    std::istringstream first(line.substr(0, second));
-    std::istringstream last(line.substr(second + 3));
-    KernelMount mount;
-    std::string field;
-    first >> mount.id;
-    for (int i = 0; i < 4; ++i) first >> field;
-    std::getline(last, mount.type, ' ');
-    std::getline(last, mount.source, ' ');
-    mount.source = printable(unescaped(mount.source));
-    mounts[unescaped(field)] = std::move(mount);
+  const std::unique_ptr<libmnt_table, Unreference> table(::mnt_new_table_from_file("/proc/self/mountinfo"));
+  const std::unique_ptr<libmnt_iter, Unreference> iterator(::mnt_new_iter(MNT_ITER_FORWARD));
+  if (!table || !iterator) return mounts;
+  libmnt_fs* entry = nullptr;
+  while (::mnt_table_next_fs(table.get(), iterator.get(), &entry) == 0) {
+    mounts[textOf(::mnt_fs_get_target(entry))] = {::mnt_fs_get_id(entry), textOf(::mnt_fs_get_fstype(entry)),
+                                                  printable(textOf(::mnt_fs_get_source(entry)))};
   }
   return mounts;
 }

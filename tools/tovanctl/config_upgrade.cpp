@@ -42,18 +42,16 @@ void show(const Plan& plan) {
   if (plan.step == Step::nothing) return;
   Table table({"SETTING", "YOURS", "EARLIER DEFAULT", "NEW DEFAULT", "WHAT HAPPENS"});
   std::size_t same = 0;
-  bool isEmpty = true;
   for (const PlannedSetting& setting : plan.settings) {
     if (setting.outcome == "same") {
       ++same;
       continue;
     }
-    isEmpty = false;
     table.add({pathText(setting.path), cell(setting.yours.get()), cell(setting.earlierDefault.get()),
                cell(setting.newDefault.get()), setting.effect},
               setting.isChange ? Style::good : Style::plain);
   }
-  print("\n" + (isEmpty ? "No setting changes.\n" : table.render(wantsColour())) + "\n");
+  print("\n" + table.render(wantsColour()) + "\n");
   print("Settings that have the new default already: " + std::to_string(same) + "\n");
 }
 

@@ -1,32 +1,26 @@
 #include "tools/tovanctl/svg_text.h"
 
 #include <fmt/format.h>
+#include <plinth/xml_service.h>
 
+#include "tools/support/text.h"
 #include "tools/tovanctl/log_text.h"
 
 namespace tovanctl {
 
+using plinth::CSTR;
+using plinth::CString;
+using plinth::CXMLAttributePair;
+using plinth::CXMLService;
+
 std::string svgEscaped(const std::string& given) {
-  std::string out;
-  for (const char letter : harmless(given)) {
-    switch (letter) {
-      case '&':
-        out += "&amp;";
-        break;
-      case '<':
-        out += "&lt;";
-        break;
-      case '>':
-        out += "&gt;";
-        break;
-      case '"':
-        out += "&quot;";
-        break;
-      default:
-        out += letter;
-    }
-  }
-  return out;
+  CXMLService element(CSTR("<t/>"));
+  const auto value = plinth::makeShared<CString>(tools::stringOf(harmless(given)).get());
+  element.addAttributes({plinth::makeShared<CXMLAttributePair>(CSTR("v"), value)});
+  const std::string written = tools::textOf(element.copyToCString()->getStringRef());  // <t v="..."/>
+  constexpr std::string_view kBefore = "<t v=\"";
+  constexpr std::string_view kAfter = "\"/>";
+  return written.substr(kBefore.size(), written.size() - kBefore.size() - kAfter.size());
 }
 
 std::string svgShortened(const std::string& given, std::size_t most) {

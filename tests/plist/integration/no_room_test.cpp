@@ -19,6 +19,22 @@ CSharedCFRef<CFDictionaryRef> listOf(char letter, std::size_t length) {
   return dict("<key>a</key><string>" + std::string(length, letter) + "</string>");
 }
 
+// So many bytes at most in a file that this process writes, as long as the object lives.
+class FileSizeLimit {
+ public:
+  explicit FileSizeLimit(rlim_t bytes) {
+    EXPECT_EQ(::getrlimit(RLIMIT_FSIZE, &before_), 0);
+    const struct rlimit low = {bytes, before_.rlim_max};
+    EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &low), 0);
+  }
+  ~FileSizeLimit() { EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &before_), 0); }
+  FileSizeLimit(const FileSizeLimit&) = delete;
+  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+ private:
+  struct rlimit before_ {};
+};
+
 class NoRoomTest : public ::testing::Test {
  protected:
   const std::string folder = scratchFolder("room");
@@ -72,14 +88,12 @@ TEST_F(NoRoomTest, AFileSizeLimitIsAnErrorAndNoSignal) {
   const CPropertyListBasicFile file(str(path).get());
   file.writePropertyList(listOf('o', 50000).get());
   const std::string before = readFile(path);
-  struct rlimit old;
-  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &old), 0);
-  struct rlimit low = old;
-  low.rlim_cur = 60000;
-  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &low), 0);
-  const std::string thrown = failureOf(file, listOf('n', 70000).get());
-  const std::string small = failureOf(file, listOf('n', 55000).get());
-  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &old), 0);
+  std::string thrown, small;
+  {
+    const FileSizeLimit limit(60000);
+    thrown = failureOf(file, listOf('n', 70000).get());
+    small = failureOf(file, listOf('n', 55000).get());
+  }
   EXPECT_EQ(thrown, expected("File too large"));
   EXPECT_EQ(small, "nothing") << "below the limit there is room";
   EXPECT_GT(readFile(path).size(), before.size());
@@ -89,13 +103,11 @@ TEST_F(NoRoomTest, AFileSizeLimitBelowTheOldDocumentLeavesIt) {
   const CPropertyListBasicFile file(str(path).get());
   file.writePropertyList(listOf('o', 50000).get());
   const std::string before = readFile(path);
-  struct rlimit old;
-  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &old), 0);
-  struct rlimit low = old;
-  low.rlim_cur = 10000;
-  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &low), 0);
-  const std::string thrown = failureOf(file, listOf('n', 20000).get());
-  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &old), 0);
+  std::string thrown;
+  {
+    const FileSizeLimit limit(10000);
+    thrown = failureOf(file, listOf('n', 20000).get());
+  }
   EXPECT_EQ(thrown, expected("File too large"));
   EXPECT_EQ(readFile(path), before);
 }

@@ -33,6 +33,16 @@ class StorageFaultsTest : public ::testing::Test {
     return false;
   }
 
+  // Waits until this thread observes over the new bus.
+  static bool isHearingAgain() {
+    NotificationLog probe;
+    probe.observe(CFSTR("Probe2"), nullptr);
+    return runLoopUntil([&] {
+      post(CFSTR("Probe2"), nullptr);
+      return !probe.all.empty();
+    });
+  }
+
   PrivateBus bus_;
 };
 
@@ -82,13 +92,7 @@ TEST_F(StorageFaultsTest, ABusRestartedBetweenRequestAndReplyCostsAtMostThatRepl
   ASSERT_TRUE(isServed(*client));
   const CStringRef id = asyncPublish(*client, "/srv/lingers");
   bus_.restart();
-  // Until this thread observes again, so that the reply does find somebody.
-  NotificationLog probe;
-  probe.observe(CFSTR("Probe2"), nullptr);
-  ASSERT_TRUE(runLoopUntil([&] {
-    post(CFSTR("Probe2"), nullptr);
-    return !probe.all.empty();
-  }));
+  ASSERT_TRUE(isHearingAgain());  // so that the reply does find somebody
   ASSERT_EQ(::write(go[1], "x", 1), 1);
   client->asyncWaitForReply(id, 2);  // it may or may not have been lost with the bus
   EXPECT_TRUE(isServed(*client));
@@ -104,12 +108,7 @@ TEST_F(StorageFaultsTest, AReplyPostedOverTheNewBusEndsAWaitThatBeganOnTheOld) {
   const CStringRef id = asyncPublish(*client);
   ASSERT_TRUE(daemon.await(1));
   bus_.restart();
-  NotificationLog probe;
-  probe.observe(CFSTR("Probe2"), nullptr);
-  ASSERT_TRUE(runLoopUntil([&] {
-    post(CFSTR("Probe2"), nullptr);
-    return !probe.all.empty();
-  }));
+  ASSERT_TRUE(isHearingAgain());
   const Dictionary reply = tovan::CFUtil::CFDictMakeMutable();
   set(reply, "requestID", id->str());
   set(reply, "result", 0);

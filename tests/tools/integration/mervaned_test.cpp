@@ -468,6 +468,22 @@ TEST_F(MervanedTest, ASecondSignalDoesNotWaitForTheLimit) {
   EXPECT_FALSE(isAlive(std::stoi(linesOf(record).front())));
 }
 
+TEST_F(MervanedTest, NothingIsMountedAnyMoreWhileTheServicesEnd) {
+  std::string record;
+  install(CFSTR("stubborn:service"),
+          script("trap '' TERM\necho ready >> \"$0.ready\"\nwhile :; do sleep 0.05; done", record), true);
+  const auto daemon = start({"--stop-limit", "1000"});
+  ASSERT_TRUE(
+      runLoopUntil([&] { return test::exists(std::filesystem::path(record).parent_path() / "service.ready"); }));
+  daemon->signal(SIGTERM);
+  ASSERT_TRUE(daemon->prints("asked to end"));
+  const std::string mountPoint = test::scratchFolder("mount point");
+  const test::CommandResult result = test::runCommand("tovanctl", {"storage", "mount", "host:/a", mountPoint});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("the daemon is about to end"));
+  EXPECT_EQ(daemon->end(SIGTERM), 0) << daemon->output();
+}
+
 TEST_F(MervanedTest, ServicesWhoseJobsAreCancelledHaveLessTimeToEnd) {
   std::string record;
   install(kind(), script("trap '' TERM\necho >> \"$0.ready\"\nwhile :; do sleep 0.05; done", record), true);

@@ -88,4 +88,12 @@ TEST_F(StorageDoctorTest, AnExportWhoseLineIsMissingAndAFileThatOthersCanChangeA
   expectMended("exports file", "can be changed by others");
 }
 
+TEST_F(StorageDoctorTest, AMountThatIsHeldAndNotThereIsFound) {
+  startDaemon();
+  storageSucceeds({"mount", "host:/a", folder("a")});  // the stand-in mounts nothing
+  const json problem = onlyCheck("in place");
+  EXPECT_EQ(problem["ok"], false);
+  EXPECT_THAT(problem["detail"].get<std::string>(), HasSubstr(folder("a") + " is held, but nothing is mounted there"));
+}
+
 }  // namespace

@@ -5,6 +5,7 @@
 #include <tovan/notifications.h>
 
 #include <chrono>
+#include <fstream>
 
 #include "tests/tools/integration/storage_host.h"
 
@@ -42,6 +43,15 @@ class StorageMountTest : public test::StorageHost {
     std::filesystem::remove(exportsFile());
     std::filesystem::create_symlink(exportsFile(), exportsFile());
     EXPECT_THAT(storage({"list"}).err, HasSubstr("the daemon cannot list its storage"));
+  }
+  // Whether a signal was sent to a process that did not handle it yet.
+  static bool isPending(int signal, pid_t pid) {
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    for (std::string line; std::getline(status, line);) {
+      if (line.rfind("ShdPnd:", 0) == 0 && (std::stoull(line.substr(7), nullptr, 16) >> (signal - 1) & 1U) != 0)
+        return true;
+    }
+    return false;
   }
   RunningProgram startMounting(const std::string& name) const {
     return {kTovanctl, {"storage", "mount", "host:/" + name, folder(name)}};
@@ -190,6 +200,7 @@ TEST_F(StorageMountTest, AHolderWhoseSignalComesWhileItMountsGivesBackAllTheSame
   RunningProgram holder(kTovanctl, {"storage", "mount", "host:/a", folder("a"), "--hold"});
   ASSERT_TRUE(isCalled("host:/a"));
   holder.signal(SIGTERM);
+  ASSERT_TRUE(runLoopUntil([&holder] { return !isPending(SIGTERM, holder.pid()); })) << "the signal did not arrive";
   unset("hang");
   EXPECT_EQ(holder.waitForEnd(), 0) << holder.output();
   EXPECT_TRUE(list()["mounts"].empty());

@@ -172,6 +172,8 @@ TEST_F(StoragePublishTest, WrongCommandLinesAreStatusTwo) {
                                                            {"list", "/a"}}) {
     EXPECT_EQ(storage(arguments).status, 2) << testing::PrintToString(arguments);
   }
+  EXPECT_THAT(storage({"mount", "nothing", "/a"}).err, HasSubstr("neither HOST:/PATH nor a URL: nothing"));
+  EXPECT_THAT(storage({"mount", ":/a", "/a"}).err, HasSubstr("neither HOST:/PATH nor a URL: :/a"));
 }
 
 TEST_F(StoragePublishTest, WithoutADaemonEveryVerbSaysSoAtOnce) {
