@@ -38,17 +38,29 @@ CStringRef inFolder(const CStringRef& folder, const char* name) {
   return CString::sprintf("%@/%s", folder->getStringRef(), name);
 }
 
-// In place, with the room reserved first. The folder is open to others: what is there is written into only when it is a
-// plain file with no second name elsewhere.
-bool writeInfo(const std::string& path, CFDataRef data) {
-  const Descriptor file =
-      Descriptor::open(path.c_str(), O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, kFileMode);
-  struct stat facts;
-  if (!file || ::fstat(file.get(), &facts) != 0 || !S_ISREG(facts.st_mode) || facts.st_nlink > 1) return false;
+bool fill(const Descriptor& file, CFDataRef data) {
   const CFIndex length = CFDataGetLength(data);
   return platform::reserveSpace(file.get(), length) &&
          platform::writeAll(file, CFDataGetBytePtr(data), static_cast<std::size_t>(length)) &&
-         ::ftruncate(file.get(), length) == 0 && ::fchmod(file.get(), kFileMode) == 0;
+         ::ftruncate(file.get(), length) == 0;
+}
+
+// In place, with the room reserved first. The folder is open to others: what is there is written into only when it is a
+// plain file with no second name elsewhere. A new file that cannot be filled goes again. That the mode of a file of
+// somebody else's cannot be set is no failure.
+bool writeInfo(const std::string& path, CFDataRef data) {
+  constexpr int kFlags = O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
+  Descriptor file = Descriptor::open(path.c_str(), kFlags | O_CREAT | O_EXCL, kFileMode);
+  const bool isNew = static_cast<bool>(file);
+  if (!isNew) file = Descriptor::open(path.c_str(), kFlags);
+  struct stat facts;
+  if (!file || ::fstat(file.get(), &facts) != 0 || !S_ISREG(facts.st_mode) || facts.st_nlink > 1) return false;
+  if (!fill(file, data)) {
+    if (isNew) ::unlink(path.c_str());
+    return false;
+  }
+  ::fchmod(file.get(), kFileMode);
+  return true;
 }
 
 CSharedCFRef<CFDataRef> infoList(const CStringRef& id) {

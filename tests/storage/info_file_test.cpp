@@ -2,8 +2,15 @@
 #include <tovan/shared_storage_utils.h>
 
 #include <sys/resource.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <functional>
 
 #include "tests/storage/storage_support.h"
+#include "tests/support/failing_system_call.h"
 #include "tests/support/property_list_support.h"
 
 namespace {
@@ -122,17 +129,44 @@ TEST_F(InfoFileTest, AMarkerThatLeadsElsewhereMakesNothingThere) {
   EXPECT_FALSE(exists(folder_ + "/elsewhere"));
 }
 
-TEST_F(InfoFileTest, AFileSizeLimitLeavesTheOldContent) {
-  add("before");
+// What adding the file throws where no file may have more than a few bytes.
+std::string thrownWithoutRoom(const std::function<void()>& add) {
   rlimit former{};
-  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &former), 0);
+  EXPECT_EQ(::getrlimit(RLIMIT_FSIZE, &former), 0);
   rlimit small = former;
   small.rlim_cur = 16;
-  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
-  const std::string text = thrown([&] { add("after"); });
-  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &former), 0);
-  EXPECT_EQ(text, "3/12 Couldn't write info file [" + info_ + "]");
+  EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+  std::string text = thrown(add);
+  EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &former), 0);
+  return text;
+}
+
+TEST_F(InfoFileTest, AFileSizeLimitLeavesTheOldContent) {
+  add("before");
+  EXPECT_EQ(thrownWithoutRoom([&] { add("after"); }), "3/12 Couldn't write info file [" + info_ + "]");
   EXPECT_EQ(content(), expected("before"));
+}
+
+TEST_F(InfoFileTest, AFirstFileThatDoesNotFitLeavesNone) {
+  EXPECT_EQ(thrownWithoutRoom([&] { add(); }), "3/12 Couldn't write info file [" + info_ + "]");
+  EXPECT_FALSE(exists(info_));
+  EXPECT_FALSE(exists(marker_));
+}
+
+// As of a file of somebody else's that everybody may write.
+TEST_F(InfoFileTest, AModeThatCannotBeSetIsNoFailure) {
+  add("before");
+  ASSERT_EQ(::chmod(info_.c_str(), 0666), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    if (!makeSystemCallFail(SYS_fchmod, EPERM)) ::_exit(1);
+    ::_exit(thrown([&] { add("after"); }) == "nothing" ? 0 : 2);
+  }
+  int status = -1;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_EQ(WEXITSTATUS(status), 0) << (WEXITSTATUS(status) == 1 ? "no call can be made to fail here" : "it threw");
+  EXPECT_EQ(content(), expected("after"));
+  EXPECT_EQ(modeOf(info_), "666");
 }
 
 TEST_F(InfoFileTest, ForJobsLiesInTheirFolder) {

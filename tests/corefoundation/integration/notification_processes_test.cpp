@@ -278,8 +278,8 @@ TEST_F(NotificationProcessesTest, AForkedChildLetsGoOfItsParentsSocket) {
 }
 
 TEST_F(NotificationProcessesTest, AForkWhileOtherThreadsPostDoesNotHang) {
-#ifdef TOVAN_ADDRESS_SANITIZED
-  GTEST_SKIP() << "AddressSanitizer's allocator leaves its locks held in the child of a process with threads";
+#ifdef TOVAN_SANITIZED
+  GTEST_SKIP() << "the sanitizers' allocators leave their locks held in the child of a process with threads";
 #endif
   std::vector<std::jthread> threads;  // which end, as does the test, when an assertion leaves it
   for (int i = 0; i < 3; ++i) {
