@@ -34,6 +34,11 @@ tovan_add_layer(tovan_logging logging tovan_headers)
 tovan_add_layer(tovan_launch launch tovan_headers)
 tovan_add_layer(tovan_control control tovan_headers)
 tovan_add_layer(tovan_storage storage tovan_headers)
+# What a child does between fork and exec is bound when the library is loaded: a name that is looked up there costs every
+# child anew.
+set_source_files_properties(
+  launch/task.cpp launch/task2.cpp launch/user_task.cpp platform/system/child_process.cpp
+  PROPERTIES COMPILE_OPTIONS -fno-plt)
 if(TOVAN_SANITIZERS MATCHES "undefined")
   # The check of an object's type opens a pipe to see whether memory can be read, and takes the object for damaged when it
   # cannot have one. What happens without descriptors is what some tests of tasks and of the storage are about.

@@ -3,17 +3,35 @@
 #include <pthread.h>
 
 #include <mutex>
+#include <utility>
 
 namespace tovan {
 namespace {
 
+// Held while the first logger is made and while one is replaced. A thread that asks for the logger while it makes it is
+// told so by an exception.
 constinit pthread_once_t once = PTHREAD_ONCE_INIT;
-constinit plinth::CMutex* mutex = nullptr;
+constinit plinth::CMutex* changeMutex = nullptr;
+
+plinth::CMutex& changes() {
+  ::pthread_once(&once, [] { changeMutex = new plinth::CMutex(); });
+  return *changeMutex;
+}
+
+// Held for the few instructions that take a reference or exchange the pointer, and never while anything is called.
+constinit std::mutex currentMutex;
 constinit CTovanLogger* current = nullptr;  // with a reference, which is never given back at exit
 
-plinth::CMutex& globalMutex() {
-  ::pthread_once(&once, [] { mutex = new plinth::CMutex(); });
-  return *mutex;
+CTovanLoggerRef copyCurrent() {
+  const std::lock_guard lock(currentMutex);
+  return CTovanLoggerRef::retaining(current);
+}
+
+// Takes a reference; the caller gets the one to the former logger.
+CTovanLogger* makeCurrent(const CTovanLoggerRef& logger) noexcept {
+  if (logger) logger->Retain();
+  const std::lock_guard lock(currentMutex);
+  return std::exchange(current, logger.get());
 }
 
 // The stream that a thread was given last. Its logger may be replaced before the thread has written into it.
@@ -38,20 +56,27 @@ thread_local const KeptStream keptStream;
 }  // namespace
 
 CTovanLoggerRef CTovanGlobalLogger::getLogger() {
-  const std::lock_guard lock(globalMutex());
-  if (current == nullptr) {
-    current = new CTovanLogger();
-    current->startupLogging(false, plinth::makeShared<plinth::CString>(), 0);
+  if (CTovanLoggerRef logger = copyCurrent()) return logger;
+  const std::lock_guard lock(changes());
+  CTovanLoggerRef logger = copyCurrent();  // somebody else was faster
+  if (!logger) {
+    logger = plinth::makeShared<CTovanLogger>();
+    try {
+      logger->startupLogging(false, plinth::makeShared<plinth::CString>(), 0);
+    } catch (...) {
+      makeCurrent(logger);
+      throw;
+    }
+    makeCurrent(logger);
   }
-  return CTovanLoggerRef::retaining(current);
+  return logger;
 }
 
 void CTovanGlobalLogger::setLogger(const CTovanLoggerRef& logger) {
-  CTovanLogger* former = logger.get();
-  if (former != nullptr) former->Retain();
+  CTovanLogger* former = nullptr;
   {
-    const std::lock_guard lock(globalMutex());
-    std::swap(former, current);
+    const std::lock_guard lock(changes());
+    former = makeCurrent(logger);
   }
   // Not under the mutex: its destructor may log.
   if (former != nullptr) former->Release();
