@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <barrier>
 #include <limits>
 #include <thread>
 #include <vector>
@@ -393,13 +394,23 @@ TEST_F(CServiceScheduleTest, EverySetterEndsWhatIsKeptAboutTheSchedule) {
 }
 
 TEST_F(CServiceScheduleTest, ManyThreadsMayAskOneSchedule) {
-  const CServiceScheduleRef schedule = newSchedule();
-  schedule->setScheduleType(monday, kOff);
+  constexpr int kRounds = 200;
+  // The first question to a schedule is the one that is answered by computing: each round has a schedule of its own,
+  // and all threads ask it at once.
+  std::vector<CServiceScheduleRef> schedules;
+  for (int i = 0; i < kRounds; ++i) {
+    schedules.push_back(newSchedule());
+    schedules.back()->setScheduleType(monday, kOff);
+  }
   std::vector<int> wrong(4);
+  std::barrier together(static_cast<std::ptrdiff_t>(wrong.size()));
   std::vector<std::thread> threads;
   for (int& count : wrong) {
-    threads.emplace_back([&schedule, &count] {
-      for (int i = 0; i < 1000; ++i) count += schedule->isConstantSchedule() || schedule->isOnLine(monday, 1, 2, 3);
+    threads.emplace_back([&schedules, &together, &count] {
+      for (const CServiceScheduleRef& schedule : schedules) {
+        together.arrive_and_wait();
+        count += schedule->isConstantSchedule() || schedule->isOnLine(monday, 1, 2, 3);
+      }
     });
   }
   for (std::thread& thread : threads) thread.join();
