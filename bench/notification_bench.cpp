@@ -1,5 +1,6 @@
 // Distributed notifications beside plain sd-bus with the same traffic in the same run, all processes on one core.
 #include <CoreFoundation/CFNotificationCenter.h>
+#include <CoreFoundation/CFString.h>
 #include <benchmark/benchmark.h>
 #include <systemd/sd-bus.h>
 

@@ -2,6 +2,7 @@
 
 #include <CoreFoundation/CFNumber.h>
 #include <CoreFoundation/CFRunLoop.h>
+#include <CoreFoundation/CFString.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
