@@ -106,6 +106,15 @@ class MervanedTest : public testing::Test {
     EXPECT_EQ(::chmod((folder + "/service").c_str(), 0755), 0);
     return folder + "/service";
   }
+  // A service that does not end when it is asked to, and whether it has come so far.
+  static void installStubborn(std::string& record) {
+    install(CFSTR("stubborn:service"),
+            script("trap '' TERM\necho ready >> \"$0.ready\"\nwhile :; do sleep 0.05; done", record), true);
+  }
+  static bool isStubbornReady(const std::string& record) {
+    const std::string ready = std::filesystem::path(record).parent_path().string() + "/service.ready";
+    return runLoopUntil([&] { return test::exists(ready); });
+  }
   static std::vector<std::string> linesOf(const std::string& record) {
     std::vector<std::string> lines;
     std::ifstream file(record);
@@ -438,12 +447,10 @@ TEST_F(MervanedTest, AskedToEndItLeavesNothingRunning) {
   for (const int signal : {SIGTERM, SIGINT}) {
     std::string record;
     install(kind(), kProgram, true, 2);
-    install(CFSTR("stubborn:service"),
-            script("trap '' TERM\necho ready >> \"$0.ready\"\nwhile :; do sleep 0.05; done", record), true);
+    installStubborn(record);
     const auto daemon = start({"--stop-limit", "0.3"});
     ASSERT_TRUE(hasInstances(kind(), 2));
-    const std::string ready = std::filesystem::path(record).parent_path().string() + "/service.ready";
-    ASSERT_TRUE(runLoopUntil([&] { return test::exists(ready); }));
+    ASSERT_TRUE(isStubbornReady(record));
     std::vector<pid_t> pids(livePids(kind()));
     pids.push_back(std::stoi(linesOf(record).front()));
     EXPECT_EQ(daemon->end(signal), 0) << daemon->output();
@@ -456,11 +463,9 @@ TEST_F(MervanedTest, AskedToEndItLeavesNothingRunning) {
 
 TEST_F(MervanedTest, ASecondSignalDoesNotWaitForTheLimit) {
   std::string record;
-  install(CFSTR("stubborn:service"),
-          script("trap '' TERM\necho ready >> \"$0.ready\"\nwhile :; do sleep 0.05; done", record), true);
+  installStubborn(record);
   const auto daemon = start({"--stop-limit", "1000"});
-  ASSERT_TRUE(
-      runLoopUntil([&] { return test::exists(std::filesystem::path(record).parent_path() / "service.ready"); }));
+  ASSERT_TRUE(isStubbornReady(record));
   daemon->signal(SIGTERM);
   ASSERT_TRUE(daemon->prints("asked to end"));
   EXPECT_FALSE(daemon->hasEnded());
@@ -470,11 +475,9 @@ TEST_F(MervanedTest, ASecondSignalDoesNotWaitForTheLimit) {
 
 TEST_F(MervanedTest, NothingIsMountedAnyMoreWhileTheServicesEnd) {
   std::string record;
-  install(CFSTR("stubborn:service"),
-          script("trap '' TERM\necho ready >> \"$0.ready\"\nwhile :; do sleep 0.05; done", record), true);
+  installStubborn(record);
   const auto daemon = start({"--stop-limit", "1000"});
-  ASSERT_TRUE(
-      runLoopUntil([&] { return test::exists(std::filesystem::path(record).parent_path() / "service.ready"); }));
+  ASSERT_TRUE(isStubbornReady(record));
   daemon->signal(SIGTERM);
   ASSERT_TRUE(daemon->prints("asked to end"));
   const std::string mountPoint = test::scratchFolder("mount point");
